@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# Runs every fuzz target in a fuzz build for a bounded time, starting from its seed corpus in
+# fuzz/<name>/corpus (kept in the repository; crashers found earlier live there too, so they are
+# re-run every time). Usage: run-fuzzers.sh BUILD_DIR SECONDS_PER_TARGET
+set -euo pipefail
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+build="${1:-build-fuzz}"
+seconds="${2:-30}"
+passed=0
+failed=0
+for bin in "$build"/fuzz/*/fuzz_*; do
+  [ -x "$bin" ] || continue
+  name="$(basename "$(dirname "$bin")")"
+  corpus="$root/fuzz/$name/corpus"
+  work="$(mktemp -d)"
+  seeds=()
+  [ -d "$corpus" ] && seeds+=("$corpus")
+  echo "fuzz: $(basename "$bin") for ${seconds}s"
+  if FONTCONFIG_FILE="$root/fonts/fonts.conf" "$bin" -max_total_time="$seconds" -timeout=10 \
+       -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$work/" "$work" "${seeds[@]}" \
+       >"$work/log" 2>&1; then
+    passed=$((passed + 1))
+    grep -E "stat::number_of_executed_units" "$work/log" || true
+  else
+    failed=$((failed + 1))
+    tail -n 40 "$work/log"
+    echo "fuzz: $(basename "$bin") FAILED; artifacts in $work"
+  fi
+done
+echo "fuzz: $passed passed, $failed failed"
+[ "$failed" -eq 0 ]
