@@ -1,0 +1,31 @@
+// The layout cache: composed layouts kept as layout text in the host's frame cache, keyed by a
+// hash of the document block, composed once per distinct block under one process-wide mutex.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "document/records.h"
+#include "vetext/effect.h"
+
+namespace vetext {
+
+// The 36-character key text (8-4-4-4-12, lowercase hex) plus terminator for a document block.
+void MakeLayoutKey(const uint8_t* block, size_t size, char key[37]);
+// The key text of 16 finished hash bytes, in the cache's byte order.
+void FormatLayoutKey(const uint8_t hash[16], char key[37]);
+
+// Fills `out` with the layout of the block, composing and caching on a miss. Leaves `out` as it
+// was when a suite is missing. Throws KTE::Error("JSON not well-formed") for a bad block.
+void BuildTextLayout(const uint8_t* block, size_t size, LayoutRecord& out, InputRecord* in,
+                     OutputRecord* out_record);
+
+// The layout of the Source Text parameter: 512 for an empty handle (no cache traffic), else 0.
+VxStatus GetLayoutFromParam(InputRecord* in, OutputRecord* out_record, ParamList* params,
+                            LayoutRecord& out);
+
+// The process-wide recursive mutex that serialises composition into the cache.
+void LockCompositionMutex();
+void UnlockCompositionMutex();
+
+}  // namespace vetext
