@@ -50,6 +50,7 @@ enum {
 typedef int32_t VxStatus;
 enum {
   kStatusOk = 0,
+  kStatusFailed = 1, /* the effect failed; OutputRecord.message says why */
   kStatusOutOfMemory = 4,
   kStatusSuiteThrew = 13, /* a ScopedSuite failed to acquire its suite */
   kStatusStructDamaged = 512,
