@@ -1,0 +1,68 @@
+// Writing pictures out: one PNG, a numbered PNG sequence, or a video file.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "media_image.h"
+
+extern "C" {
+struct AVFormatContext;
+struct AVCodecContext;
+struct AVFrame;
+struct AVPacket;
+struct AVStream;
+struct SwsContext;
+#include <libavutil/rational.h>
+}
+
+namespace vetext_tool {
+
+enum class OutputKind { kStill, kSequence, kVideo };
+
+// What `path` asks for: a pattern with "%d" is a sequence, .png a single picture, and anything
+// else a video container. Fails for a still-image extension other than PNG.
+bool ClassifyOutput(const std::string& path, OutputKind* kind, std::string* error);
+
+// Encodes BGRA pictures as H.264 (or MPEG-4 part 2 when the container cannot hold H.264),
+// yuv420p with BT.709 tags, at a constant frame rate, and copies an input's audio through.
+// One thread at a time.
+class VideoWriter {
+ public:
+  VideoWriter() = default;
+  ~VideoWriter();
+  VideoWriter(const VideoWriter&) = delete;
+  VideoWriter& operator=(const VideoWriter&) = delete;
+
+  // `audio_in`: the input's audio stream to pass through, or null. The file is created here.
+  bool Open(const std::string& path, int32_t width, int32_t height, AVRational fps,
+            const AVStream* audio_in, std::string* error);
+  // The encoder's name ("libx264", "mpeg4").
+  std::string codec_name() const;
+  // True when the input's audio could not go into this container and is left out.
+  bool audio_dropped() const { return audio_dropped_; }
+  bool WriteFrame(const Image& image, std::string* error);
+  // Takes the packet (frees it) whatever happens. Packets of a dropped stream are discarded.
+  bool WriteAudio(AVPacket* packet, std::string* error);
+  // Flushes the encoder and writes the trailer.
+  bool Finish(std::string* error);
+
+ private:
+  bool Drain(bool flush, std::string* error);
+  std::string path_;
+  AVFormatContext* fmt_ = nullptr;
+  AVCodecContext* enc_ = nullptr;
+  AVStream* video_ = nullptr;
+  AVStream* audio_ = nullptr;
+  AVRational audio_in_tb_{1, 1};
+  int64_t audio_start_ = 0;
+  AVFrame* frame_ = nullptr;
+  AVPacket* pkt_ = nullptr;
+  SwsContext* sws_ = nullptr;
+  int64_t next_pts_ = 0;
+  bool header_written_ = false;
+  bool finished_ = false;
+  bool audio_dropped_ = false;
+};
+
+}  // namespace vetext_tool
