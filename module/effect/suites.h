@@ -7,6 +7,10 @@
 
 namespace vetext {
 
+// Sets kOutFlagDisplayMessage on `out` and copies `text` into its message buffer through the
+// host's copy-message callback (directly when the host has none). Does nothing when `out` is null.
+void ReportMessage(const InputRecord* in, OutputRecord* out, const char* text);
+
 // Returns 0 and the suite through *suite; on failure (no suite services, a failing acquire or a
 // null table) sets kOutFlagDisplayMessage, copies `message` (or "Not able to acquire VEFX
 // Suite.") into the output's message buffer and returns kStatusBadCallbackParam. `out` may be
@@ -22,7 +26,10 @@ struct SuiteError {
   VxStatus status;
 };
 
-// Holds one suite for a scope; throws SuiteError{13} (after writing the message) on failure.
+// Holds one suite for a scope; throws SuiteError{13} (after writing the message) when there are no
+// suite services or the host's acquire fails. A host that succeeds but hands back a null table
+// gives a holder whose get() is null and which releases nothing. Instantiated in suites.cpp for
+// every table of vetext/suites.h.
 template <typename Table>
 class ScopedSuite {
  public:

@@ -1,0 +1,150 @@
+#include "overlay/events.h"
+
+#include "params/params.h"
+
+namespace vetext {
+namespace {
+
+bool g_editing = false;
+int64_t g_last_click = 0;
+
+constexpr int32_t kProgramViewer = 0;
+constexpr int32_t kNoZone = 0;
+
+bool InProgramViewer(const EventRecord& ev) {
+  return ev.context != nullptr && *ev.context != nullptr &&
+         (*ev.context)->window_type == kProgramViewer;
+}
+
+// Viewer pixels to layer pixels through the host, as 16.16 fixed point both ways.
+void ViewerToLayer(const EventRecord& ev, int32_t& x, int32_t& y) {
+  if (ev.callbacks == nullptr || ev.callbacks->viewer_to_layer == nullptr) return;
+  VxFixed fx = static_cast<VxFixed>(static_cast<uint32_t>(x) << 16);
+  VxFixed fy = static_cast<VxFixed>(static_cast<uint32_t>(y) << 16);
+  ev.callbacks->viewer_to_layer((*ev.context)->host_data, &fx, &fy);
+  x = fx >> 16;
+  y = fy >> 16;
+}
+
+// ---- the overlay drawing and hit tests are not built yet -------------------------------------
+// Until they are, the Transform box reports no zone, a click in the text hits nothing and the
+// draw handlers draw nothing; the routing, the gates and the handled flags around them are final.
+int32_t HitTestTransformBox(InputRecord*, ParamList*, const EventRecord&) {
+  return kNoZone;
+}
+bool HitTestTextEditing(InputRecord*, ParamList*, int32_t, int32_t) {
+  return false;
+}
+void DrawTransformBox(InputRecord*, ParamList*, EventRecord&) {}
+void DrawTextFrame(InputRecord*, ParamList*, EventRecord&) {}
+void DrawTextSelection(InputRecord*, ParamList*, EventRecord&) {}
+
+void OnClick(InputRecord* in, ParamList* params, EventRecord& ev) {
+  if (!InProgramViewer(ev)) return;
+  bool hit = false;
+  if (ev.param_index == kParamSourceText) {
+    g_editing = false;
+    int32_t x = ev.click_x, y = ev.click_y;
+    ViewerToLayer(ev, x, y);
+    g_last_click = PackPoint(x, y);
+    hit = HitTestTextEditing(in, params, x, y);
+  } else if (ev.param_index == kParamTransformGroup) {
+    hit = HitTestTransformBox(in, params, ev) != kNoZone;
+  }
+  if (hit) ev.handled = 1;
+}
+
+void OnDrag(InputRecord*, ParamList*, EventRecord& ev) {
+  if (!InProgramViewer(ev)) return;
+  // Drags move nothing until the hit zones exist.
+}
+
+void OnDraw(InputRecord* in, ParamList* params, EventRecord& ev) {
+  if (!InProgramViewer(ev)) return;
+  if (ev.param_index == kParamTransformGroup)
+    DrawTransformBox(in, params, ev);
+  else if (ev.param_index == kParamSourceText)
+    g_editing ? DrawTextSelection(in, params, ev) : DrawTextFrame(in, params, ev);
+  ev.handled = 1;  // other parameters draw nothing but the event is still consumed
+}
+
+void OnAdjustCursor(InputRecord* in, ParamList* params, EventRecord& ev) {
+  if (!InProgramViewer(ev)) return;
+  ev.cursor = 0;
+  if (g_editing || ev.param_index != kParamTransformGroup) return;
+  const int32_t cursor = CursorForZone(HitTestTransformBox(in, params, ev));
+  if (cursor != 0) ev.cursor = cursor;
+}
+
+}  // namespace
+
+bool EditingFlag() {
+  return g_editing;
+}
+void SetEditingFlag(bool on) {
+  g_editing = on;
+}
+int64_t LastClickPoint() {
+  return g_last_click;
+}
+void SetLastClickPoint(int64_t packed) {
+  g_last_click = packed;
+}
+
+int32_t CursorForZone(int32_t zone) {
+  // Zones come in pairs that share one host cursor.
+  switch (zone) {
+    case 1:
+    case 4:
+      return 25;
+    case 2:
+    case 3:
+      return 27;
+    case 5:
+    case 6:
+      return 24;
+    case 7:
+    case 8:
+      return 26;
+    case 9:
+      return 35;
+    case 10:
+      return 29;
+    case 11:
+      return 33;
+    case 12:
+      return 31;
+    default:
+      return 0;
+  }
+}
+
+VxStatus HandleEvent(InputRecord* in, OutputRecord*, ParamList* params, OutputLayer*,
+                     ExtraRecord* extra) {
+  if (extra == nullptr) return kStatusOk;
+  EventRecord& ev = extra->event;
+  if (ev.event_type == kEventClick && ev.send_drag != 0) ev.event_type = kEventDrag;
+  switch (ev.event_type) {
+    case kEventActivate:
+      g_editing = false;
+      break;
+    case kEventClick:
+      OnClick(in, params, ev);
+      break;
+    case kEventDrag:
+      OnDrag(in, params, ev);
+      break;
+    case kEventDraw:
+      OnDraw(in, params, ev);
+      break;
+    case kEventAdjustCursor:
+      OnAdjustCursor(in, params, ev);
+      ev.handled = 1;
+      break;
+    default:
+      break;
+  }
+  return kStatusOk;
+}
+
+}  // namespace vetext
