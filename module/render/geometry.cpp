@@ -1,0 +1,71 @@
+#include "render/geometry.h"
+
+#include <cmath>
+#include <limits>
+
+namespace vetext {
+namespace {
+
+// Truncation toward zero into 32 bits; values outside the range (or NaN) count as no size,
+// so that a damaged layout draws nothing instead of asking for an absurd buffer.
+int32_t TruncToInt32(double v) {
+  if (!(v > -2147483648.0 && v < 2147483648.0)) return 0;
+  return static_cast<int32_t>(v);
+}
+
+// A text buffer larger than this is refused as damaged input (16k x 16k oversampled pixels).
+constexpr int64_t kMaxRasterBytes = int64_t(1) << 30;
+
+}  // namespace
+
+float MaxStrokeWidth(const LayoutRecord& layout) {
+  float m = 0.0f;
+  for (const CharacterRecord& c : layout.mCharacters)
+    if (c.mStrokeWidth > m) m = c.mStrokeWidth;
+  return m;
+}
+
+float FirstBaselineShift(const LayoutRecord& layout) {
+  return layout.mCharacters.empty() ? 0.0f : layout.mCharacters.front().mBaselineShift;
+}
+
+void AlignmentAnchor(const LayoutRecord& layout, float* ax, float* ay) {
+  if (layout.mTextInABox) {
+    *ax = 0.0f;
+    *ay = 0.0f;
+    return;
+  }
+  *ax = 0.5f;
+  *ay = 0.5f;
+  if (!layout.mCharacters.empty()) {
+    uint32_t a = layout.mCharacters.front().mAlignment;
+    if (a == 0) *ax = 0.0f;
+    if (a == 1) *ax = 1.0f;
+  }
+}
+
+RasterGeometry ComputeRasterGeometry(const LayoutRecord& layout) {
+  RasterGeometry g;
+  g.bw = TruncToInt32(double(layout.mRight) - double(layout.mLeft));
+  g.bh = TruncToInt32(double(layout.mBottom) - double(layout.mTop));
+  float m = MaxStrokeWidth(layout);
+  g.W = TruncToInt32(double(g.bw) + 2.0 * double(m));
+  g.H = TruncToInt32(double(g.bh) + 2.0 * double(m));
+  g.ox = m;
+  if (layout.mLeft < 0) g.ox = m - layout.mLeft;
+  g.oy = m;
+  if (layout.mTop < 0) g.oy = m - layout.mTop;
+  g.first_baseline_shift = FirstBaselineShift(layout);
+  g.oversampling = layout.mOverSampling;
+  AlignmentAnchor(layout, &g.ax, &g.ay);
+  return g;
+}
+
+int64_t RasterBufferBytes(const RasterGeometry& g) {
+  if (g.W <= 0 || g.H <= 0) return -1;
+  int64_t bytes = int64_t(g.W) * 4 * int64_t(g.H);
+  if (bytes > kMaxRasterBytes) return -1;
+  return bytes;
+}
+
+}  // namespace vetext

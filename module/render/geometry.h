@@ -1,0 +1,41 @@
+// The numbers the render derives from a layout: the text buffer's size and drawing origin and
+// where the alignment point lies in it. Kept apart from the layout so that a cached raster can
+// carry them and a hit needs no layout at all.
+#pragma once
+
+#include <cstdint>
+
+#include "document/records.h"
+
+namespace vetext {
+
+// Largest stroke width over all records, starting from 0 (negative widths never count).
+float MaxStrokeWidth(const LayoutRecord& layout);
+// The first record's baseline shift (frame pixels), 0 without records.
+float FirstBaselineShift(const LayoutRecord& layout);
+// Fractions of the buffer at which the alignment point lies: top-left for box text; for point
+// text x follows the first record's alignment (0 left, 1 right, else centre) and y is 0.5.
+void AlignmentAnchor(const LayoutRecord& layout, float* ax, float* ay);
+
+// Everything the transform needs about the text buffer.
+struct RasterGeometry {
+  int32_t bw = 0, bh = 0;  // text block size, oversampled pixels (0: nothing to draw)
+  int32_t W = 0, H = 0;    // buffer size: the block plus a full stroke width on every side
+  float ox = 0, oy = 0;    // drawing origin inside the buffer
+  float first_baseline_shift = 0;
+  float oversampling = 4.0f;
+  float ax = 0.5f, ay = 0.5f;
+  // Whether there is anything to draw at all.
+  bool Drawable() const { return bw != 0 && bh != 0 && W > 0 && H > 0; }
+};
+
+// Computes the geometry of a layout. The block size truncates toward zero; W and H add twice
+// the largest stroke width in double precision and truncate again; the origin subtracts the
+// layout's left/top only when they are negative.
+RasterGeometry ComputeRasterGeometry(const LayoutRecord& layout);
+
+// The buffer's byte size (4 bytes a pixel, rows packed), or -1 when it is not representable or
+// beyond what one frame buffer may reasonably take.
+int64_t RasterBufferBytes(const RasterGeometry& g);
+
+}  // namespace vetext

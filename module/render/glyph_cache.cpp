@@ -1,0 +1,328 @@
+#include "render/glyph_cache.h"
+
+#include <fontconfig/fontconfig.h>
+#include <ft2build.h>
+#include FT_FREETYPE_H
+#include FT_GLYPH_H
+#include FT_OUTLINE_H
+#include FT_STROKER_H
+
+#include <cmath>
+#include <cstring>
+#include <list>
+#include <mutex>
+#include <unordered_map>
+
+#include "vetext/vxcore.h"
+
+namespace vetext {
+namespace {
+
+// Largest mask side and area accepted; a glyph beyond them (a damaged size) draws nothing.
+constexpr int32_t kMaxMaskSide = 16384;
+constexpr int64_t kMaxMaskArea = int64_t(64) << 20;
+constexpr size_t kDefaultBudget = size_t(64) << 20;
+
+// ---- fonts ---------------------------------------------------------------------------------
+
+struct Face {
+  FT_Face face = nullptr;  // null: the name resolved to nothing usable
+};
+
+// FreeType objects are not safe to share between threads, so everything that touches the
+// library or a face runs under this lock. It guards the face table too.
+std::mutex& FontMutex() {
+  static std::mutex m;
+  return m;
+}
+
+FT_Library Library() {
+  static FT_Library lib = [] {
+    FT_Library l = nullptr;
+    if (FT_Init_FreeType(&l) != 0) l = nullptr;
+    return l;
+  }();
+  return lib;
+}
+
+std::string FileOf(FcPattern* p, int* index) {
+  FcChar8* file = nullptr;
+  if (FcPatternGetString(p, FC_FILE, 0, &file) != FcResultMatch || file == nullptr) return {};
+  int idx = 0;
+  if (FcPatternGetInteger(p, FC_INDEX, 0, &idx) != FcResultMatch) idx = 0;
+  *index = idx;
+  return reinterpret_cast<const char*>(file);
+}
+
+// The layout names the face that drew a glyph by its family, with the style appended when it
+// is not the regular one ("Liberation Sans Bold"). Exact full names are tried first, then the
+// family through the configuration (which applies aliases), so both forms come back to the
+// face the layout measured.
+std::string Resolve(const std::string& name, int* index) {
+  std::string found;
+  const FcChar8* n = reinterpret_cast<const FcChar8*>(name.c_str());
+  {
+    FcPattern* pat = FcPatternCreate();
+    FcPatternAddString(pat, FC_FULLNAME, n);
+    FcObjectSet* os = FcObjectSetBuild(FC_FILE, FC_INDEX, nullptr);
+    FcFontSet* set = FcFontList(nullptr, pat, os);
+    if (set != nullptr && set->nfont > 0) found = FileOf(set->fonts[0], index);
+    if (set != nullptr) FcFontSetDestroy(set);
+    FcObjectSetDestroy(os);
+    FcPatternDestroy(pat);
+  }
+  if (!found.empty()) return found;
+  FcPattern* pat = name.find(':') != std::string::npos ? FcNameParse(n) : FcPatternCreate();
+  if (pat == nullptr) return {};
+  if (name.find(':') == std::string::npos) FcPatternAddString(pat, FC_FAMILY, n);
+  FcConfigSubstitute(nullptr, pat, FcMatchPattern);
+  FcDefaultSubstitute(pat);
+  FcResult result = FcResultNoMatch;
+  FcPattern* match = FcFontMatch(nullptr, pat, &result);
+  if (match != nullptr) {
+    found = FileOf(match, index);
+    FcPatternDestroy(match);
+  }
+  FcPatternDestroy(pat);
+  return found;
+}
+
+// Under FontMutex.
+FT_Face FaceFor(const std::u16string& font_name) {
+  static std::unordered_map<std::u16string, Face> faces;
+  auto it = faces.find(font_name);
+  if (it != faces.end()) return it->second.face;
+  Face f;
+  int index = 0;
+  std::string file = Resolve(vxcore::UTF16ToUTF8(font_name), &index);
+  if (!file.empty() && Library() != nullptr) {
+    if (FT_New_Face(Library(), file.c_str(), index, &f.face) != 0) f.face = nullptr;
+    if (f.face != nullptr && !FT_IS_SCALABLE(f.face)) {
+      FT_Done_Face(f.face);
+      f.face = nullptr;
+    }
+  }
+  faces.emplace(font_name, f);
+  return f.face;
+}
+
+// ---- rasterizing ---------------------------------------------------------------------------
+
+FT_Pos ToPos(double px) {
+  return static_cast<FT_Pos>(std::lround(px * 64.0));
+}
+
+void Render(FT_Outline* outline, int32_t xmin, int32_t ymin, int32_t w, int32_t h,
+            std::vector<uint8_t>& out) {
+  out.assign(size_t(w) * size_t(h), 0);
+  FT_Outline_Translate(outline, -FT_Pos(xmin) * 64, -FT_Pos(ymin) * 64);
+  FT_Bitmap bm;
+  std::memset(&bm, 0, sizeof bm);
+  bm.rows = unsigned(h);
+  bm.width = unsigned(w);
+  bm.pitch = w;
+  bm.buffer = out.data();
+  bm.num_grays = 256;
+  bm.pixel_mode = FT_PIXEL_MODE_GRAY;
+  FT_Outline_Get_Bitmap(Library(), outline, &bm);
+}
+
+// Under FontMutex. Null when there is nothing to draw.
+std::shared_ptr<GlyphMask> MakeMask(FT_Face face, int32_t glyph_id, float font_size,
+                                    float stroke_width, int phase_x, int phase_y) {
+  if (face == nullptr || glyph_id < 0 || glyph_id >= face->num_glyphs) return nullptr;
+  if (!(font_size > 0.0f) || font_size > float(kMaxMaskSide)) return nullptr;
+  if (FT_Load_Glyph(face, FT_UInt(glyph_id),
+                    FT_LOAD_NO_SCALE | FT_LOAD_NO_HINTING | FT_LOAD_NO_BITMAP |
+                        FT_LOAD_IGNORE_TRANSFORM) != 0)
+    return nullptr;
+  if (face->glyph->format != FT_GLYPH_FORMAT_OUTLINE) return nullptr;
+  FT_Glyph fill_glyph = nullptr;
+  if (FT_Get_Glyph(face->glyph, &fill_glyph) != 0) return nullptr;
+  FT_Outline* fill = &reinterpret_cast<FT_OutlineGlyph>(fill_glyph)->outline;
+
+  // Font units to 26.6 pixels, then the sub-pixel phase (y up in the outline, y down in the
+  // buffer, hence the minus).
+  double scale = double(font_size) * 64.0 / double(face->units_per_EM ? face->units_per_EM : 1000);
+  FT_Matrix m;
+  m.xx = m.yy = static_cast<FT_Fixed>(std::lround(scale * 65536.0));
+  m.xy = m.yx = 0;
+  FT_Outline_Transform(fill, &m);
+  FT_Outline_Translate(fill, FT_Pos(phase_x) * 64 / kGlyphPhases,
+                       -FT_Pos(phase_y) * 64 / kGlyphPhases);
+
+  FT_Glyph stroke_glyph = nullptr;
+  if (stroke_width > 0.0f && stroke_width < float(kMaxMaskSide)) {
+    FT_Stroker stroker = nullptr;
+    if (FT_Stroker_New(Library(), &stroker) == 0) {
+      FT_Stroker_Set(stroker, ToPos(stroke_width / 2.0), FT_STROKER_LINECAP_BUTT,
+                     FT_STROKER_LINEJOIN_MITER_FIXED, FT_Fixed(4) << 16);
+      FT_Glyph copy = nullptr;
+      if (FT_Glyph_Copy(fill_glyph, &copy) == 0) {
+        if (FT_Glyph_Stroke(&copy, stroker, 1) == 0)
+          stroke_glyph = copy;
+        else
+          FT_Done_Glyph(copy);
+      }
+      FT_Stroker_Done(stroker);
+    }
+  }
+  FT_Outline* stroke =
+      stroke_glyph ? &reinterpret_cast<FT_OutlineGlyph>(stroke_glyph)->outline : nullptr;
+
+  FT_BBox box;
+  FT_Outline_Get_CBox(stroke ? stroke : fill, &box);
+  std::shared_ptr<GlyphMask> mask;
+  int64_t xmin = box.xMin >> 6, ymin = box.yMin >> 6;
+  int64_t xmax = (box.xMax + 63) >> 6, ymax = (box.yMax + 63) >> 6;
+  int64_t w = xmax - xmin, h = ymax - ymin;
+  if (w > 0 && h > 0 && w <= kMaxMaskSide && h <= kMaxMaskSide && w * h <= kMaxMaskArea) {
+    mask = std::make_shared<GlyphMask>();
+    mask->left = int32_t(xmin);
+    mask->top = -int32_t(ymax);
+    mask->width = int32_t(w);
+    mask->height = int32_t(h);
+    Render(fill, int32_t(xmin), int32_t(ymin), int32_t(w), int32_t(h), mask->fill);
+    if (stroke) Render(stroke, int32_t(xmin), int32_t(ymin), int32_t(w), int32_t(h), mask->stroke);
+  }
+  if (stroke_glyph) FT_Done_Glyph(stroke_glyph);
+  FT_Done_Glyph(fill_glyph);
+  return mask;
+}
+
+// ---- the cache -----------------------------------------------------------------------------
+
+struct Key {
+  std::u16string font;
+  int32_t glyph;
+  uint32_t size_bits, stroke_bits;
+  uint8_t phase_x, phase_y;
+  bool operator==(const Key&) const = default;
+};
+struct KeyHash {
+  size_t operator()(const Key& k) const {
+    size_t h = std::hash<std::u16string>()(k.font);
+    auto mix = [&h](uint64_t v) { h ^= v + 0x9e3779b97f4a7c15ull + (h << 6) + (h >> 2); };
+    mix(uint32_t(k.glyph));
+    mix(k.size_bits);
+    mix(k.stroke_bits);
+    mix(k.phase_x | k.phase_y << 8);
+    return h;
+  }
+};
+
+struct Entry {
+  Key key;
+  std::shared_ptr<const GlyphMask> mask;  // null entries remember glyphs with nothing to draw
+  size_t bytes;
+};
+
+class Cache {
+ public:
+  std::shared_ptr<const GlyphMask> Find(const Key& key, bool* found) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto it = map_.find(key);
+    if (it == map_.end()) {
+      ++stats_.misses;
+      *found = false;
+      return nullptr;
+    }
+    ++stats_.hits;
+    lru_.splice(lru_.begin(), lru_, it->second);
+    *found = true;
+    return it->second->mask;
+  }
+  void Add(const Key& key, std::shared_ptr<const GlyphMask> mask) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (map_.count(key) != 0) return;
+    size_t bytes = (mask ? mask->Bytes() : 0) + sizeof(Entry) + key.font.size() * 2 + 64;
+    lru_.push_front(Entry{key, std::move(mask), bytes});
+    map_.emplace(key, lru_.begin());
+    stats_.bytes += bytes;
+    EvictLocked();
+  }
+  void SetBudget(size_t bytes) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    stats_.budget = bytes;
+    EvictLocked();
+  }
+  void Clear() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    map_.clear();
+    lru_.clear();
+    stats_.bytes = 0;
+  }
+  GlyphCacheStats Stats() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    GlyphCacheStats s = stats_;
+    s.entries = map_.size();
+    return s;
+  }
+
+ private:
+  void EvictLocked() {
+    while (stats_.bytes > stats_.budget && !lru_.empty()) {
+      Entry& e = lru_.back();
+      stats_.bytes -= e.bytes;
+      map_.erase(e.key);
+      lru_.pop_back();
+      ++stats_.evictions;
+    }
+  }
+  std::mutex mutex_;
+  std::list<Entry> lru_;
+  std::unordered_map<Key, std::list<Entry>::iterator, KeyHash> map_;
+  GlyphCacheStats stats_{0, 0, 0, 0, 0, kDefaultBudget};
+};
+
+Cache& TheCache() {
+  static Cache* cache = new Cache;  // lives as long as the process: masks may be in use at exit
+  return *cache;
+}
+
+uint32_t Bits(float f) {
+  uint32_t b;
+  std::memcpy(&b, &f, sizeof b);
+  return b;
+}
+
+}  // namespace
+
+std::shared_ptr<const GlyphMask> GetGlyphMask(const std::u16string& font_name, int32_t glyph_id,
+                                              float font_size, float stroke_width, int phase_x,
+                                              int phase_y) {
+  if (!(stroke_width > 0.0f)) stroke_width = 0.0f;
+  phase_x = phase_x < 0 ? 0 : phase_x >= kGlyphPhases ? kGlyphPhases - 1 : phase_x;
+  phase_y = phase_y < 0 ? 0 : phase_y >= kGlyphPhases ? kGlyphPhases - 1 : phase_y;
+  Key key{font_name,          glyph_id,         Bits(font_size),
+          Bits(stroke_width), uint8_t(phase_x), uint8_t(phase_y)};
+  bool found = false;
+  auto mask = TheCache().Find(key, &found);
+  if (found) return mask;
+  {
+    std::lock_guard<std::mutex> lock(FontMutex());
+    mask = MakeMask(FaceFor(font_name), glyph_id, font_size, stroke_width, phase_x, phase_y);
+  }
+  TheCache().Add(key, mask);
+  return mask;
+}
+
+std::string ResolveFontFile(const std::u16string& font_name, int* face_index) {
+  std::lock_guard<std::mutex> lock(FontMutex());
+  int index = 0;
+  std::string file = Resolve(vxcore::UTF16ToUTF8(font_name), &index);
+  if (face_index) *face_index = index;
+  return file;
+}
+
+GlyphCacheStats GetGlyphCacheStats() {
+  return TheCache().Stats();
+}
+void SetGlyphCacheBudget(size_t bytes) {
+  TheCache().SetBudget(bytes);
+}
+void ClearGlyphCache() {
+  TheCache().Clear();
+}
+
+}  // namespace vetext

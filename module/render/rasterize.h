@@ -1,0 +1,26 @@
+// Painting a layout's glyphs into the text buffer: fill and stroke, anti-aliased, premultiplied,
+// in the record order and each record's paint order.
+#pragma once
+
+#include <cstdint>
+
+#include "document/records.h"
+
+namespace vetext {
+
+// Paints every record of `layout` into `buf` (W x H pixels of 4 bytes, `row_bytes` a row, alpha
+// in byte 3, premultiplied; the buffer is expected to start transparent). Record i is drawn with
+// its origin at (mOriginX + ox, mOriginY + oy); with `gpu_variant` the picture is flipped
+// vertically (origin at (x, H - y), glyphs upside down) for a bottom-up texture. Colours go in
+// the byte order of `pixel_format` ('bgra' B, G, R; 'vuya' V, U, Y), converted once per call;
+// the overload without a format paints 'bgra'. Glyphs whose font or outline cannot be had draw
+// nothing. Large buffers are painted in two bands of rows on two threads.
+void RasterizeLayout(const LayoutRecord& layout, uint8_t* buf, int32_t row_bytes, bool gpu_variant,
+                     int32_t W, int32_t H, float ox, float oy);
+void RasterizeLayout(const LayoutRecord& layout, uint8_t* buf, int32_t row_bytes, bool gpu_variant,
+                     int32_t W, int32_t H, float ox, float oy, uint32_t pixel_format);
+
+// Above this many pixels the buffer is painted on two threads.
+constexpr int64_t kRasterizeParallelPixels = int64_t(1) << 19;
+
+}  // namespace vetext
