@@ -139,4 +139,13 @@ struct VxYUV {
 };
 VX_EXTERN_C VX_API VxYUV ColorRGBtoYUV(uint32_t rgb);
 
+// The inverse of ColorRGBtoYUV (same matrix), rounded and clamped to 0..255 per channel; for
+// hosts that turn 'vuya' frames back into RGB.
+struct VxRGB {
+  uint8_t r;
+  uint8_t g;
+  uint8_t b;
+};
+VX_EXTERN_C VX_API VxRGB ColorYUVtoRGB(VxYUV yuv);
+
 #endif

@@ -1,0 +1,312 @@
+// The JSON value model and its UTF-16 reader and writer.
+//
+// The reader drives RapidJSON's SAX parser straight into the boost::any tree, so no
+// intermediate DOM is built: the layout of a long text (tens of thousands of members) is parsed
+// on every cache hit, and each value costs one shared block and one any holder.
+//
+// Lone surrogates: RapidJSON rejects an escaped high surrogate that no low one follows. Such
+// texts are rare, so they take a slow path: the offending escapes are rewritten to \uFFFD in a
+// copy and the copy is parsed again. A raw unpaired unit, and an escaped lone low surrogate,
+// come through as a single UTF-16 unit and become U+FFFD in the UTF-8 conversion.
+//
+// RapidJSON's asserts guard its own invariants, plus the one place above where an escaped low
+// surrogate reaches its encoder; the release behaviour there (pass the unit through) is the one
+// we want in every build.
+#define RAPIDJSON_ASSERT(x) ((void)0)
+#define RAPIDJSON_HAS_STDSTRING 0
+#include <rapidjson/error/en.h>
+#include <rapidjson/prettywriter.h>
+#include <rapidjson/reader.h>
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include <boost/make_shared.hpp>
+#include <cmath>
+#include <limits>
+#include <typeinfo>
+
+#include "vetext/vxcore.h"
+
+namespace vxcore {
+
+VariantPtr MakeVariant(Variant v) {
+  return boost::make_shared<Variant>(std::move(v));
+}
+VariantPtr MakeObject() {
+  return boost::make_shared<Variant>(Object());
+}
+VariantPtr MakeArray() {
+  return boost::make_shared<Variant>(Array());
+}
+
+void AddToObject(const VariantPtr& object, const std::string& key, VariantPtr value) {
+  if (!object) throw boost::bad_any_cast();
+  boost::any_cast<Object&>(*object).emplace_back(key, std::move(value));
+}
+
+void AppendToArray(const VariantPtr& array, VariantPtr value) {
+  if (!array) throw boost::bad_any_cast();
+  boost::any_cast<Array&>(*array).push_back(std::move(value));
+}
+
+VariantPtr GetVariantInObject(const Object& object, const std::string& key) {
+  for (const auto& member : object)
+    if (member.first == key) return member.second;
+  return VariantPtr();
+}
+
+namespace {
+
+using U16 = rapidjson::UTF16<char16_t>;
+
+// An input stream over exactly [begin, end): reads past the end see a terminator and never touch
+// memory. An embedded zero unit also reads as the end to RapidJSON, so after a successful parse
+// the caller checks that the whole range was consumed.
+class BoundedStream {
+ public:
+  typedef char16_t Ch;
+  BoundedStream(const Ch* begin, const Ch* end) : begin_(begin), p_(begin), end_(end) {}
+  Ch Peek() const { return p_ < end_ ? *p_ : Ch(0); }
+  Ch Take() { return p_ < end_ ? *p_++ : Ch(0); }
+  size_t Tell() const { return static_cast<size_t>(p_ - begin_); }
+  bool AtEnd() const { return p_ == end_; }
+  // Write side: unused (no in-situ parsing), but part of the stream concept.
+  Ch* PutBegin() { return nullptr; }
+  void Put(Ch) {}
+  void Flush() {}
+  size_t PutEnd(Ch*) { return 0; }
+
+ private:
+  const Ch* begin_;
+  const Ch* p_;
+  const Ch* end_;
+};
+
+// Builds the any tree from SAX events.
+class TreeBuilder {
+ public:
+  typedef char16_t Ch;
+
+  bool Null() { return Add(boost::make_shared<Variant>()); }
+  bool Bool(bool b) { return Add(boost::make_shared<Variant>(b)); }
+  bool Int(int i) { return Add(boost::make_shared<Variant>(static_cast<int64_t>(i))); }
+  bool Uint(unsigned u) { return Add(boost::make_shared<Variant>(static_cast<int64_t>(u))); }
+  bool Int64(int64_t i) { return Add(boost::make_shared<Variant>(i)); }
+  bool Uint64(uint64_t u) {
+    if (u <= static_cast<uint64_t>(std::numeric_limits<int64_t>::max()))
+      return Add(boost::make_shared<Variant>(static_cast<int64_t>(u)));
+    return Add(boost::make_shared<Variant>(u));
+  }
+  bool Double(double d) { return Add(boost::make_shared<Variant>(d)); }
+  bool RawNumber(const Ch*, rapidjson::SizeType, bool) { return false; }
+  bool String(const Ch* s, rapidjson::SizeType n, bool) {
+    return Add(boost::make_shared<Variant>(UTF16ToUTF8(s, n)));
+  }
+  bool Key(const Ch* s, rapidjson::SizeType n, bool) {
+    key_ = UTF16ToUTF8(s, n);
+    return true;
+  }
+  bool StartObject() {
+    if (stack_.size() >= static_cast<size_t>(kMaxJSONDepth)) return false;
+    VariantPtr v = boost::make_shared<Variant>(Object());
+    Object* o = boost::any_cast<Object>(v.get());
+    if (!Add(std::move(v))) return false;
+    stack_.push_back(Frame{o, nullptr});
+    return true;
+  }
+  bool EndObject(rapidjson::SizeType) {
+    stack_.pop_back();
+    return true;
+  }
+  bool StartArray() {
+    if (stack_.size() >= static_cast<size_t>(kMaxJSONDepth)) return false;
+    VariantPtr v = boost::make_shared<Variant>(Array());
+    Array* a = boost::any_cast<Array>(v.get());
+    if (!Add(std::move(v))) return false;
+    stack_.push_back(Frame{nullptr, a});
+    return true;
+  }
+  bool EndArray(rapidjson::SizeType) {
+    stack_.pop_back();
+    return true;
+  }
+
+  VariantPtr TakeRoot() { return std::move(root_); }
+
+ private:
+  struct Frame {
+    Object* object;
+    Array* array;
+  };
+
+  bool Add(VariantPtr v) {
+    if (stack_.empty()) {
+      root_ = std::move(v);
+    } else if (Frame& f = stack_.back(); f.object) {
+      f.object->emplace_back(std::move(key_), std::move(v));
+      key_.clear();
+    } else {
+      f.array->push_back(std::move(v));
+    }
+    return true;
+  }
+
+  std::vector<Frame> stack_;
+  std::string key_;
+  VariantPtr root_;
+};
+
+constexpr unsigned kParseFlags = rapidjson::kParseFullPrecisionFlag;
+
+int HexValue(char16_t c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+// The code unit of a \uXXXX escape starting at text[i] (the backslash), or -1.
+int EscapedUnit(const char16_t* text, size_t length, size_t i) {
+  if (i + 6 > length || text[i] != '\\' || text[i + 1] != 'u') return -1;
+  int v = 0;
+  for (size_t k = 2; k < 6; ++k) {
+    int h = HexValue(text[i + k]);
+    if (h < 0) return -1;
+    v = v * 16 + h;
+  }
+  return v;
+}
+
+// A copy of the text in which every escaped surrogate that is not part of an escaped pair reads
+// \uFFFD (the same length, so nothing else moves). Empty when there was nothing to rewrite.
+std::u16string RewriteLoneSurrogateEscapes(const char16_t* text, size_t length) {
+  std::u16string out;
+  for (size_t i = 0; i < length;) {
+    if (text[i] != '\\') {
+      ++i;
+      continue;
+    }
+    int unit = EscapedUnit(text, length, i);
+    if (unit < 0) {
+      i += 2;  // some other escape (or a broken one the parser will report)
+      continue;
+    }
+    if (unit >= 0xD800 && unit <= 0xDBFF) {
+      int low = EscapedUnit(text, length, i + 6);
+      if (low >= 0xDC00 && low <= 0xDFFF) {
+        i += 12;
+        continue;
+      }
+    } else if (unit < 0xDC00 || unit > 0xDFFF) {
+      i += 6;
+      continue;
+    }
+    if (out.empty()) out.assign(text, length);
+    out.replace(i + 2, 4, u"FFFD");
+    i += 6;
+  }
+  return out;
+}
+
+VariantPtr ParseOnce(const char16_t* text, size_t length, rapidjson::ParseErrorCode* error) {
+  BoundedStream stream(text, text + length);
+  TreeBuilder builder;
+  rapidjson::GenericReader<U16, U16> reader;
+  rapidjson::ParseResult ok = reader.Parse<kParseFlags>(stream, builder);
+  *error = ok.Code();
+  if (!ok) return VariantPtr();
+  // A zero unit stops the parser as the end would; it and what follows are trailing garbage.
+  if (!stream.AtEnd()) {
+    *error = rapidjson::kParseErrorDocumentRootNotSingular;
+    return VariantPtr();
+  }
+  return builder.TakeRoot();
+}
+
+// ---- writer ----
+
+using Buffer = rapidjson::GenericStringBuffer<U16>;
+
+template <typename W>
+class TreeWriter {
+ public:
+  explicit TreeWriter(W& w) : w_(w) {}
+
+  void Write(const VariantPtr& value) {
+    if (!value) {
+      w_.Null();
+      return;
+    }
+    Write(*value);
+  }
+
+  void Write(const Variant& v) {
+    if (v.empty()) {
+      w_.Null();
+    } else if (const auto* o = boost::any_cast<Object>(&v)) {
+      w_.StartObject();
+      for (const auto& member : *o) {
+        Utf16(member.first);
+        w_.Key(text_.data(), static_cast<rapidjson::SizeType>(text_.size()));
+        Write(member.second);
+      }
+      w_.EndObject();
+    } else if (const auto* a = boost::any_cast<Array>(&v)) {
+      w_.StartArray();
+      for (const auto& e : *a) Write(e);
+      w_.EndArray();
+    } else if (const auto* s = boost::any_cast<std::string>(&v)) {
+      Utf16(*s);
+      w_.String(text_.data(), static_cast<rapidjson::SizeType>(text_.size()));
+    } else if (const auto* d = boost::any_cast<double>(&v)) {
+      // JSON has no spelling for NaN or infinity; they are written as null.
+      if (std::isfinite(*d))
+        w_.Double(*d);
+      else
+        w_.Null();
+    } else if (const auto* i = boost::any_cast<int64_t>(&v)) {
+      w_.Int64(*i);
+    } else if (const auto* u = boost::any_cast<uint64_t>(&v)) {
+      w_.Uint64(*u);
+    } else if (const auto* b = boost::any_cast<bool>(&v)) {
+      w_.Bool(*b);
+    } else {
+      throw boost::bad_any_cast();
+    }
+  }
+
+ private:
+  // Strings are held as UTF-8; invalid bytes become U+FFFD here so the output is always valid.
+  void Utf16(const std::string& s) { text_ = UTF8ToUTF16(s.data(), s.size()); }
+
+  W& w_;
+  std::u16string text_;
+};
+
+}  // namespace
+
+VariantPtr JSONParse(const char16_t* text, size_t length) {
+  if (!text) return VariantPtr();
+  rapidjson::ParseErrorCode error;
+  VariantPtr root = ParseOnce(text, length, &error);
+  if (root || error != rapidjson::kParseErrorStringUnicodeSurrogateInvalid) return root;
+  std::u16string fixed = RewriteLoneSurrogateEscapes(text, length);
+  if (fixed.empty()) return VariantPtr();
+  return ParseOnce(fixed.data(), fixed.size(), &error);
+}
+
+std::u16string GetJSONString(const VariantPtr& value, bool formatted) {
+  Buffer buffer;
+  if (formatted) {
+    rapidjson::PrettyWriter<Buffer, U16, U16> w(buffer);
+    w.SetIndent(' ', 2);
+    TreeWriter<decltype(w)>(w).Write(value);
+  } else {
+    rapidjson::Writer<Buffer, U16, U16> w(buffer);
+    TreeWriter<decltype(w)>(w).Write(value);
+  }
+  // The buffer counts bytes, not units.
+  return std::u16string(buffer.GetString(), buffer.GetSize() / sizeof(char16_t));
+}
+
+}  // namespace vxcore

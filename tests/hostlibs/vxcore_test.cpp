@@ -1,0 +1,244 @@
+// vxcore outside JSON: UTF conversions, MixHash, RecycledMemory, trace, colour, host pointers.
+#define XXH_STATIC_LINKING_ONLY
+#include <gtest/gtest.h>
+#include <xxhash.h>
+
+#include <atomic>
+#include <cstring>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "vetext/memory.h"
+#include "vetext/vxcore.h"
+
+namespace {
+
+std::string Hex(const uint8_t* p, size_t n) {
+  static const char* d = "0123456789abcdef";
+  std::string s;
+  for (size_t i = 0; i < n; ++i) {
+    s += d[p[i] >> 4];
+    s += d[p[i] & 15];
+  }
+  return s;
+}
+
+// ---- UTF ----
+
+TEST(Utf, ValidTextRoundTrips) {
+  const std::string utf8 = "A\xC3\xA9\xE6\x97\xA5\xF0\x9F\x98\x80\xF4\x8F\xBF\xBF";
+  const std::u16string utf16 = u"A\u00E9\u65E5\U0001F600\U0010FFFF";
+  EXPECT_EQ(vxcore::UTF8ToUTF16(utf8), utf16);
+  EXPECT_EQ(vxcore::UTF16ToUTF8(utf16), utf8);
+  EXPECT_EQ(vxcore::UTF8ToUTF16(std::string()), u"");
+  EXPECT_EQ(vxcore::UTF16ToUTF8(nullptr, 5), "");
+}
+
+TEST(Utf, InvalidUtf8BecomesReplacementPerMaximalSubpart) {
+  struct Case {
+    std::string in;
+    std::u16string want;
+  };
+  const Case cases[] = {
+      {"\x80", u"\uFFFD"},                                // lone continuation
+      {"a\xC3", u"a\uFFFD"},                              // truncated at the end
+      {"\xE6\x97", u"\uFFFD"},                            // truncated 3-byte: one replacement
+      {"\xE6\x97x", u"\uFFFDx"},                          // broken inside
+      {"\xC0\xAF", u"\uFFFD\uFFFD"},                      // overlong '/'
+      {"\xE0\x80\xAF", u"\uFFFD\uFFFD\uFFFD"},            // overlong 3-byte
+      {"\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD"},            // an encoded surrogate
+      {"\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD"},  // beyond U+10FFFF
+      {"\xFF\xFEz", u"\uFFFD\uFFFDz"},
+      {"\xF0\x9F\x98", u"\uFFFD"},
+  };
+  for (const Case& c : cases)
+    EXPECT_EQ(vxcore::UTF8ToUTF16(c.in), c.want)
+        << Hex(reinterpret_cast<const uint8_t*>(c.in.data()), c.in.size());
+}
+
+TEST(Utf, UnpairedSurrogatesBecomeReplacement) {
+  const char16_t hi = 0xD83D, lo = 0xDE00;
+  EXPECT_EQ(vxcore::UTF16ToUTF8(std::u16string{hi}), "\xEF\xBF\xBD");
+  EXPECT_EQ(vxcore::UTF16ToUTF8(std::u16string{lo, u'a'}),
+            "\xEF\xBF\xBD"
+            "a");
+  EXPECT_EQ(vxcore::UTF16ToUTF8(std::u16string{hi, hi, lo}), "\xEF\xBF\xBD\xF0\x9F\x98\x80");
+  // A pair split by the given length is judged on the units present only.
+  const char16_t pair[] = {hi, lo};
+  EXPECT_EQ(vxcore::UTF16ToUTF8(pair, 1), "\xEF\xBF\xBD");
+}
+
+// ---- MixHash ----
+
+TEST(MixHash, KnownDigestAndCanonicalByteOrder) {
+  vxcore::MixHash h;
+  uint8_t out[16];
+  h.Finish(out);
+  // The published XXH3-128 digest of no input, seed 0, most significant byte first.
+  EXPECT_EQ(Hex(out, 16), "99aa06d3014798d86001c324468d497f");
+  EXPECT_EQ(h.Length(), 0u);
+}
+
+TEST(MixHash, StreamingEqualsOneShotAndFinishIsRepeatable) {
+  std::vector<uint8_t> data(5000);
+  for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<uint8_t>(i * 131 + 7);
+  XXH128_hash_t ref = XXH3_128bits(data.data(), data.size());
+  XXH128_canonical_t canon;
+  XXH128_canonicalFromHash(&canon, ref);
+
+  vxcore::MixHash h;
+  h.MixInData("", 0);
+  size_t pos = 0;
+  for (size_t step : {1u, 11u, 240u, 1000u, 3748u}) {
+    h.MixInData(data.data() + pos, step);
+    pos += step;
+  }
+  ASSERT_EQ(pos, data.size());
+  EXPECT_EQ(h.Length(), data.size());
+  uint8_t a[16], b[16];
+  h.Finish(a);
+  h.Finish(b);
+  EXPECT_EQ(Hex(a, 16), Hex(canon.digest, 16));
+  EXPECT_EQ(Hex(a, 16), Hex(b, 16));
+  // More data after a Finish changes the digest; one byte of difference does too.
+  h.MixInData("x", 1);
+  h.Finish(b);
+  EXPECT_NE(Hex(a, 16), Hex(b, 16));
+  data[4999] ^= 1;
+  vxcore::MixHash h2;
+  h2.MixInData(data.data(), data.size());
+  h2.Finish(b);
+  EXPECT_NE(Hex(a, 16), Hex(b, 16));
+}
+
+// ---- RecycledMemory ----
+
+TEST(RecycledMemory, BlocksAreReusedAndTrimmed) {
+  vxcore::RecycledMemory::Trim();
+  EXPECT_EQ(vxcore::RecycledMemory::PooledBytes(), 0u);
+  void* first;
+  {
+    vxcore::RecycledMemory m(1'000'000);
+    EXPECT_EQ(m.size(), 1'000'000u);
+    ASSERT_NE(m.data(), nullptr);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(m.data()) % 64, 0u);
+    std::memset(m.data(), 0xAB, m.size());  // the whole size is writable
+    first = m.data();
+  }
+  size_t pooled = vxcore::RecycledMemory::PooledBytes();
+  EXPECT_GE(pooled, 1'000'000u);
+  EXPECT_LE(pooled, 1'250'000u);  // a size class wastes at most a quarter
+  {
+    // A slightly different size in the same class takes the same block back.
+    vxcore::RecycledMemory m(1'000'100);
+    EXPECT_EQ(m.data(), first);
+    EXPECT_EQ(vxcore::RecycledMemory::PooledBytes(), 0u);
+    // While it is in use, a second request gets a different block.
+    vxcore::RecycledMemory other(1'000'000);
+    EXPECT_NE(other.data(), m.data());
+  }
+  EXPECT_GE(vxcore::RecycledMemory::PooledBytes(), 2'000'000u);
+  vxcore::RecycledMemory::Trim();
+  EXPECT_EQ(vxcore::RecycledMemory::PooledBytes(), 0u);
+  {
+    vxcore::RecycledMemory zero(0);
+    EXPECT_NE(zero.data(), nullptr);
+  }
+  EXPECT_THROW(vxcore::RecycledMemory huge(SIZE_MAX - 16), std::bad_alloc);
+  vxcore::RecycledMemory::Trim();
+}
+
+TEST(RecycledMemory, ConcurrentUseNeverSharesABlock) {
+  vxcore::RecycledMemory::Trim();
+  std::atomic<int> failures{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([t, &failures] {
+      for (int i = 0; i < 300; ++i) {
+        size_t size = 4096 + static_cast<size_t>((i * 7919 + t * 31) % 50000);
+        vxcore::RecycledMemory m(size);
+        auto* p = static_cast<uint8_t*>(m.data());
+        const auto tag = static_cast<uint8_t>(t * 64 + i % 64);
+        std::memset(p, tag, size);
+        std::this_thread::yield();
+        for (size_t k = 0; k < size; k += 509)
+          if (p[k] != tag) ++failures;
+        if (p[size - 1] != tag) ++failures;
+      }
+    });
+  }
+  for (auto& th : threads) th.join();
+  EXPECT_EQ(failures.load(), 0);
+  EXPECT_GT(vxcore::RecycledMemory::PooledBytes(), 0u);
+  vxcore::RecycledMemory::Trim();
+}
+
+// ---- trace ----
+
+std::vector<std::string>* g_lines = nullptr;
+void Collect(const char* line) {
+  g_lines->push_back(line);
+}
+
+TEST(Trace, FormatsIntoTheSinkAndIsSilentWithoutOne) {
+  std::vector<std::string> lines;
+  g_lines = &lines;
+  vxcore::Trace("dropped %d", 1);
+  vxcore::SetTraceSink(&Collect);
+  vxcore::Trace("value %d of %s", 42, "x");
+  std::string big(3000, 'q');
+  vxcore::Trace("%s!", big.c_str());
+  vxcore::SetTraceSink(nullptr);
+  vxcore::Trace("dropped too");
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0], "value 42 of x");
+  EXPECT_EQ(lines[1], big + "!");
+  g_lines = nullptr;
+}
+
+// ---- colour ----
+
+TEST(Color, Bt709FullRangeAndInverse) {
+  VxYUV white = ColorRGBtoYUV(0xFFFFFF);
+  EXPECT_EQ(white.y, 255);
+  EXPECT_EQ(white.u, 0);
+  EXPECT_EQ(white.v, 0);
+  VxYUV black = ColorRGBtoYUV(0);
+  EXPECT_EQ(black.y, 0);
+  VxYUV red = ColorRGBtoYUV(0x0000FF);  // red in the low byte
+  EXPECT_EQ(red.y, 54);                 // 0.2126 * 255
+  EXPECT_EQ(red.u, -29);                // -54.2 / 1.8556
+  EXPECT_EQ(red.v, 127);                // 201 / 1.5748 rounds to 128, clamped
+  VxYUV blue = ColorRGBtoYUV(0xFF0000);
+  EXPECT_EQ(blue.y, 18);
+  EXPECT_EQ(blue.u, 127);
+  // Colours away from the clamp read back within one step.
+  for (uint32_t rgb : {0x336699u, 0x808080u, 0x10C040u, 0x7F2010u}) {
+    VxRGB back = ColorYUVtoRGB(ColorRGBtoYUV(rgb));
+    EXPECT_NEAR(back.r, rgb & 0xFF, 2) << std::hex << rgb;
+    EXPECT_NEAR(back.g, (rgb >> 8) & 0xFF, 2) << std::hex << rgb;
+    EXPECT_NEAR(back.b, (rgb >> 16) & 0xFF, 2) << std::hex << rgb;
+  }
+}
+
+// ---- Memory (host pointers) ----
+
+TEST(Memory, PointersRememberTheirSize) {
+  EXPECT_EQ(RxGetPtrSize(nullptr), 0u);
+  RxDisposePtr(nullptr);
+  void* p = RxNewPtr(1234);
+  ASSERT_NE(p, nullptr);
+  EXPECT_EQ(RxGetPtrSize(p), 1234u);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % 16, 0u);
+  std::memset(p, 1, 1234);
+  void* z = RxNewPtr(0);
+  ASSERT_NE(z, nullptr);
+  EXPECT_EQ(RxGetPtrSize(z), 0u);
+  EXPECT_EQ(RxNewPtr(UINT64_MAX), nullptr);
+  RxDisposePtr(p);
+  RxDisposePtr(z);
+}
+
+}  // namespace
