@@ -23,8 +23,12 @@ std::atomic<CorvoLookupProc> g_lookup{nullptr};
 std::atomic<int> g_engine_starts{0};
 std::atomic<int> g_corvo_starts{0};
 
-VxStatus FailSetup(InputRecord* in, OutputRecord* out, int64_t token, VxStatus status) {
-  if (token != 0 && in->utils->unregister_token != nullptr) in->utils->unregister_token(&token);
+// `registered`: the host accepted the token. The seed is never zero (it is the label table's
+// address), so only a successful registration is undone.
+VxStatus FailSetup(InputRecord* in, OutputRecord* out, bool registered, int64_t token,
+                   VxStatus status) {
+  if (registered && token != 0 && in->utils->unregister_token != nullptr)
+    in->utils->unregister_token(&token);
   ReportMessage(in, out, kInitFailedMessage);
   return status;
 }
@@ -49,14 +53,14 @@ VxStatus GlobalSetup(InputRecord* in, OutputRecord* out, ParamList*, OutputLayer
   const UtilCallbacks* u = in->utils;
 
   int64_t token = LabelTokenSeed();
-  if (u->register_token == nullptr) return FailSetup(in, out, 0, kStatusBadCallbackParam);
+  if (u->register_token == nullptr) return FailSetup(in, out, false, 0, kStatusBadCallbackParam);
   const VxStatus reg = u->register_token(&token, kRegistrationCode);
-  if (reg != 0) return FailSetup(in, out, token, reg);
+  if (reg != 0) return FailSetup(in, out, false, token, reg);
 
   VxHandle global = u->new_handle != nullptr ? u->new_handle(sizeof(int64_t)) : nullptr;
   if (global == nullptr || *global == nullptr) {
     if (global != nullptr && u->dispose_handle != nullptr) u->dispose_handle(global);
-    return FailSetup(in, out, token, kStatusOutOfMemory);
+    return FailSetup(in, out, true, token, kStatusOutOfMemory);
   }
   std::memset(*global, 0, sizeof(int64_t));
   std::memcpy(*global, &token, sizeof token);
