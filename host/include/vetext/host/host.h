@@ -24,8 +24,13 @@ namespace vxhost {
 // way the reference host hands frames to a CPU render.
 class Frame {
  public:
+  // Sizes below 0 are taken as 0. 'bgra' and 'vuya' have 4 bytes per pixel, 'bg16' 8, 'bg2f' 16;
+  // any other code is taken as 4 bytes per pixel (for tests of unsupported formats).
   Frame(int32_t width, int32_t height, uint32_t pixel_format = kPixelFormatBGRA,
         bool bottom_up = true);
+  Frame(const Frame& other);
+  Frame& operator=(const Frame& other);
+  bool bottom_up() const { return layer_.row_bytes < 0; }
   int32_t width() const { return layer_.width; }
   int32_t height() const { return layer_.height; }
   uint32_t pixel_format() const { return layer_.pixel_format; }
@@ -74,18 +79,45 @@ struct Faults {
   std::vector<std::string> missing_suites;  // acquire fails (non-zero status)
   std::vector<std::string> null_suites;     // acquire succeeds but hands back null
   bool no_suite_services = false;           // InputRecord.suites is null
-  int64_t fail_alloc_after = -1;            // new_handle fails after this many successes
+  // new_handle fails once HostStats.handles_allocated has reached this count (-1: never), so a
+  // test sets it to stats().handles_allocated + N to let N more allocations succeed.
+  int64_t fail_alloc_after = -1;
   VxStatus registration_status = 0;         // non-zero: register_token fails with it
   int32_t fail_add_param_at = -1;           // the n-th add_param (0-based) fails ...
   VxStatus add_param_status = -1;           // ... with this status
 };
 
+// Lifetime counters of a Host. live_handles and registrations are what is outstanding now (a
+// clean lifecycle ends with both at 0); the others only grow.
 struct HostStats {
   std::atomic<int64_t> live_handles{0};
   std::atomic<int64_t> handles_allocated{0};
   std::atomic<int64_t> suites_acquired{0};
   std::atomic<int64_t> suites_released{0};
   std::atomic<int64_t> registrations{0};
+  std::atomic<int64_t> arb_requests{0};  // command 22 requests the host sent
+};
+
+// Time of the GPU path and of the video segment suite: ticks per second.
+constexpr int64_t kTicksPerSecond = 254016000000;
+
+// Viewer events: viewer point = layer point * zoom + offset.
+struct ViewerTransform {
+  double zoom = 1.0;
+  double offset_x = 0.0, offset_y = 0.0;
+};
+
+// What the DRAWBOT suites drew, in call order. The drawer of a draw event (command 15, type 4)
+// is the event context's host_data: (DrawbotDrawerRef)(*event.context)->host_data.
+struct PathOp {
+  enum Kind { kMove, kLine, kRect, kClose } kind;
+  float x = 0, y = 0, width = 0, height = 0;
+};
+struct DrawnPath {
+  bool fill = false;  // false: stroked
+  DrawbotColor color{};
+  float line_width = 0;
+  std::vector<PathOp> ops;
 };
 
 class Host;
@@ -108,7 +140,11 @@ class Module {
   // The label table registered with the host at global setup (key text after "=").
   std::string LookupLabel(int32_t index) const;
   const OutputRecord& last_output() const;  // flags, message, version of the last command
-  std::unique_ptr<Instance> CreateInstance();  // command 5; null on failure
+  // Formats the module declared through the "PF Pixel Format Suite".
+  std::vector<uint32_t> supported_formats() const;
+  // Command 5; null on failure (*status receives the module's status when given). Arbitrary data
+  // values start as copies of the declared defaults (command 22, selector 2).
+  std::unique_ptr<Instance> CreateInstance(VxStatus* status = nullptr);
   Host& host();
   struct Impl;
 
@@ -137,15 +173,28 @@ class Instance {
   // Values: without a time the value is constant (keyframes cleared); with a time in seconds a
   // keyframe is set. Numbers interpolate linearly between keyframes; arbitrary data through
   // command 22, selector 6.
-  void SetValue(int32_t index, const ParamValue& value, std::optional<double> time = {});
+  // Arbitrary data goes in through selector 5 (unflatten); a non-zero status leaves the old
+  // value in place. An index out of range or without a value gives kStatusBadCallbackParam.
+  VxStatus SetValue(int32_t index, const ParamValue& value, std::optional<double> time = {});
+  // Removes keyframes and constant: the parameter returns to its declared default
+  // (arbitrary data: a fresh copy of the default).
+  void ResetValue(int32_t index);
   ParamValue ValueAt(int32_t index, double time) const;
+  // The layer size that turns point defaults (percent) into pixels outside Render, which uses
+  // its input frame's size (and remembers it here).
+  void SetLayerSize(int32_t width, int32_t height);
+  int32_t node_id() const;  // the id the video segment suite and the GPU path know it by
   // The ParamDef the module sees for `index` at `time` (arbitrary data: a new host handle owned
   // by the instance until the next call).
   ParamDef ParamAt(int32_t index, double time);
-  // Command 11 on the CPU: `out` receives the input plus the effect.
+  // Command 11 on the CPU: `out` receives the input plus the effect. `out` must have the size
+  // and pixel format of `in` (else kStatusBadCallbackParam, nothing sent).
   VxStatus Render(double time, const Frame& in, Frame& out, const RenderOptions& options = {});
   // Any command with an extra record (13, 14, 15, 22), parameters at `time`.
   VxStatus Command(EffectCommand cmd, ExtraRecord* extra, double time = 0);
+  // Command 15 in the program viewer (window type 0 unless given): fills the context and the
+  // point conversion callbacks of `event` and sends it.
+  VxStatus Event(EventRecord* event, double time = 0, int32_t window_type = 0);
   // Controls as the host shows them after command 14 (labels and UI flags by index).
   const ParamDef& ui_param(int32_t index) const;
   // Project files: parameters, keyframes and document blocks, restored byte for byte.
@@ -170,6 +219,11 @@ class Host {
   Faults& faults();
   HostStats& stats();
   const SuiteServices* suite_services() const;
+  const UtilCallbacks* utils() const;
+  const GPUSuiteAccessor* gpu_suites() const;
+  ViewerTransform& viewer();
+  std::vector<DrawnPath> drawn_paths() const;
+  void ClearDrawing();
   struct Impl;
 
  private:

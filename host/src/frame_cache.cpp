@@ -1,0 +1,280 @@
+// The frame cache behind the RPix suites.
+//
+// Entries are reference-counted: the cache holds one reference while an entry is in its map,
+// and every handle the suites hand out is one more. Eviction only drops the cache's reference,
+// so a buffer that a caller is still reading stays valid until that caller disposes it. One
+// mutex guards the map and the LRU list; reference counts are atomic so that dispose of a
+// buffer still in the cache takes no lock.
+#include <array>
+#include <list>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+#include "host_impl.h"
+
+namespace vxhost {
+
+namespace {
+constexpr uint64_t kEntryMagic = 0x7678726978656e74ull;
+constexpr uint64_t kMaxBufferBytes = uint64_t(1) << 34;
+}  // namespace
+
+struct CacheEntry {
+  uint64_t magic = kEntryMagic;
+  std::atomic<int64_t> refs{1};
+  int32_t kind = 0;
+  uint32_t format = 0;
+  int32_t width = 0, height = 0;
+  int32_t row_bytes = 0;
+  int32_t par_num = 1, par_den = 1;
+  std::vector<uint8_t> bytes;
+  // Position in the LRU list while the entry is in the cache.
+  bool cached = false;
+  std::list<std::pair<std::string, CacheEntry*>>::iterator lru;
+};
+
+namespace {
+CacheEntry* EntryOf(RPixHandle h) {
+  auto* e = reinterpret_cast<CacheEntry*>(h);
+  if (!e || e->magic != kEntryMagic) return nullptr;
+  return e;
+}
+void Unref(CacheEntry* e) {
+  if (e->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+    e->magic = 0;
+    delete e;
+  }
+}
+}  // namespace
+
+struct FrameCache::Impl {
+  size_t slot = 0;
+  mutable std::mutex mutex;
+  uint64_t budget;
+  // Most recently used first.
+  std::list<std::pair<std::string, CacheEntry*>> lru;
+  std::unordered_map<std::string, CacheEntry*> map;
+  CacheStats stats;
+
+  explicit Impl(uint64_t b) : budget(b) {}
+
+  // Caller holds the mutex. Drops least recently used entries beyond the budget, never `keep`.
+  void EvictLocked(const CacheEntry* keep) {
+    auto it = lru.end();
+    while (stats.bytes > budget && it != lru.begin()) {
+      --it;
+      CacheEntry* e = it->second;
+      if (e == keep) continue;
+      map.erase(it->first);
+      stats.bytes -= e->bytes.size();
+      stats.entries--;
+      stats.evictions++;
+      e->cached = false;
+      it = lru.erase(it);
+      Unref(e);
+    }
+  }
+
+  int32_t Lookup(const char* key, RPixHandle* out) {
+    if (!out) return -1;
+    *out = nullptr;
+    if (!key) return -1;
+    std::lock_guard lock(mutex);
+    auto found = map.find(key);
+    if (found == map.end()) {
+      stats.misses++;
+      return 0;
+    }
+    CacheEntry* e = found->second;
+    lru.splice(lru.begin(), lru, e->lru);
+    e->refs.fetch_add(1, std::memory_order_relaxed);
+    stats.hits++;
+    *out = reinterpret_cast<RPixHandle>(e);
+    return 0;
+  }
+
+  int32_t Add(const char* key, RPixHandle h) {
+    CacheEntry* e = EntryOf(h);
+    if (!key || !e) return -1;
+    std::lock_guard lock(mutex);
+    if (map.count(key)) return 0;  // the earlier entry stays
+    if (e->cached) return -1;      // one buffer lives under one key
+    e->refs.fetch_add(1, std::memory_order_relaxed);
+    lru.emplace_front(key, e);
+    e->lru = lru.begin();
+    e->cached = true;
+    map.emplace(key, e);
+    stats.adds++;
+    stats.entries++;
+    stats.bytes += e->bytes.size();
+    EvictLocked(e);
+    return 0;
+  }
+
+  void ClearLocked() {
+    for (auto& [key, e] : lru) {
+      e->cached = false;
+      Unref(e);
+    }
+    lru.clear();
+    map.clear();
+    stats.bytes = 0;
+    stats.entries = 0;
+  }
+};
+
+namespace {
+
+std::array<std::atomic<FrameCache::Impl*>, kMaxCaches> g_caches{};
+
+int32_t Create(RPixHandle* out, int32_t kind, uint32_t pixel_format, int32_t width,
+               int32_t height, int32_t par_num, int32_t par_den, uint64_t byte_size) {
+  if (!out) return -1;
+  *out = nullptr;
+  if (width <= 0 || height <= 0 || par_den == 0) return -1;
+  uint64_t size;
+  int32_t row_bytes;
+  if (kind == kRPixKindRaw) {
+    if (byte_size > kMaxBufferBytes || byte_size > INT32_MAX) return -1;
+    size = byte_size;
+    row_bytes = static_cast<int32_t>(byte_size);
+  } else {
+    if (uint64_t(width) * 4 > INT32_MAX) return -1;
+    row_bytes = width * 4;
+    size = uint64_t(row_bytes) * uint64_t(height);
+    if (size > kMaxBufferBytes) return -1;
+  }
+  auto* e = new (std::nothrow) CacheEntry;
+  if (!e) return -1;
+  try {
+    e->bytes.assign(size, 0);
+  } catch (const std::bad_alloc&) {
+    delete e;
+    return -1;
+  }
+  e->kind = kind;
+  e->format = pixel_format;
+  e->width = width;
+  e->height = height;
+  e->row_bytes = row_bytes;
+  e->par_num = par_num;
+  e->par_den = par_den;
+  *out = reinterpret_cast<RPixHandle>(e);
+  return 0;
+}
+
+template <size_t I>
+struct CacheSlot {
+  static int32_t Lookup(const char* key, RPixHandle* out) {
+    FrameCache::Impl* c = g_caches[I].load(std::memory_order_acquire);
+    if (!c) {
+      if (out) *out = nullptr;
+      return -1;
+    }
+    return c->Lookup(key, out);
+  }
+  static int32_t Add(const char* key, RPixHandle h) {
+    FrameCache::Impl* c = g_caches[I].load(std::memory_order_acquire);
+    return c ? c->Add(key, h) : -1;
+  }
+  static constexpr RPixCacheSuite6 kCache{&Lookup, &Add};
+};
+
+template <size_t... I>
+constexpr std::array<RPixCacheSuite6, sizeof...(I)> MakeCacheTables(std::index_sequence<I...>) {
+  return {CacheSlot<I>::kCache...};
+}
+constexpr auto kCacheTables = MakeCacheTables(std::make_index_sequence<kMaxCaches>{});
+constexpr RPixCreatorSuite3 kCreator{&Create};
+
+int32_t PixDispose(RPixHandle h) {
+  CacheEntry* e = EntryOf(h);
+  if (!e) return -1;
+  Unref(e);
+  return 0;
+}
+int32_t PixGetPixels(RPixHandle h, int32_t, void** pixels) {
+  CacheEntry* e = EntryOf(h);
+  if (!pixels) return -1;
+  *pixels = nullptr;
+  if (!e) return -1;
+  *pixels = e->bytes.data();
+  return 0;
+}
+int32_t PixGetBounds(RPixHandle h, VxRect* bounds) {
+  CacheEntry* e = EntryOf(h);
+  if (!e || !bounds) return -1;
+  *bounds = VxRect{0, 0, e->width, e->height};
+  return 0;
+}
+int32_t PixGetRowBytes(RPixHandle h, int32_t* row_bytes) {
+  CacheEntry* e = EntryOf(h);
+  if (!e || !row_bytes) return -1;
+  *row_bytes = e->row_bytes;
+  return 0;
+}
+int32_t PixGetAspect(RPixHandle h, int32_t* num, int32_t* den) {
+  CacheEntry* e = EntryOf(h);
+  if (!e || !num || !den) return -1;
+  *num = e->par_num;
+  *den = e->par_den;
+  return 0;
+}
+int32_t PixGetFormat(RPixHandle h, uint32_t* pixel_format) {
+  CacheEntry* e = EntryOf(h);
+  if (!e || !pixel_format) return -1;
+  *pixel_format = e->format;
+  return 0;
+}
+constexpr RPixSuite1 kPix{&PixDispose,    &PixGetPixels, &PixGetBounds,
+                          &PixGetRowBytes, &PixGetAspect, &PixGetFormat};
+
+std::mutex g_slot_mutex;
+
+}  // namespace
+
+FrameCache::FrameCache(uint64_t budget_bytes) : impl_(std::make_unique<Impl>(budget_bytes)) {
+  std::lock_guard lock(g_slot_mutex);
+  for (size_t i = 0; i < kMaxCaches; ++i) {
+    if (!g_caches[i].load()) {
+      impl_->slot = i;
+      g_caches[i].store(impl_.get(), std::memory_order_release);
+      return;
+    }
+  }
+  throw std::runtime_error("too many frame caches in one process");
+}
+
+FrameCache::~FrameCache() {
+  {
+    std::lock_guard lock(g_slot_mutex);
+    g_caches[impl_->slot].store(nullptr, std::memory_order_release);
+  }
+  std::lock_guard lock(impl_->mutex);
+  impl_->ClearLocked();
+}
+
+void FrameCache::SetBudget(uint64_t bytes) {
+  std::lock_guard lock(impl_->mutex);
+  impl_->budget = bytes;
+  impl_->EvictLocked(nullptr);
+}
+
+void FrameCache::Clear() {
+  std::lock_guard lock(impl_->mutex);
+  impl_->ClearLocked();
+}
+
+CacheStats FrameCache::Stats() const {
+  std::lock_guard lock(impl_->mutex);
+  return impl_->stats;
+}
+
+const RPixSuite1* FrameCache::pix_suite() const { return &kPix; }
+const RPixCacheSuite6* FrameCache::cache_suite() const { return &kCacheTables[impl_->slot]; }
+const RPixCreatorSuite3* FrameCache::creator_suite() const { return &kCreator; }
+
+}  // namespace vxhost
