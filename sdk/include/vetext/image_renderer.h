@@ -46,8 +46,52 @@ VX_API int32_t IR_Motion(const void* src, int32_t src_row_bytes, int32_t src_wid
                          int32_t dst_width, int32_t dst_height, int32_t dst_format,
                          int32_t dst_flags, int32_t par_num, uint32_t par_den, IR_Point dst_point,
                          IR_Point src_point, IR_Point scale, double rotation_deg, float opacity,
-                         bool blend, double shutter_angle, bool motion_blur,
-                         int32_t motion_samples, int32_t quality, bool use_alpha);
+                         bool blend, double shutter_angle, bool motion_blur, int32_t motion_samples,
+                         int32_t quality, bool use_alpha);
+
+/* Only the best filter exists: `quality` and `src_flags`/`dst_flags` are accepted and ignored;
+ * `par_num`/`par_den` are not applied, since `scale` already carries the pixel aspect. With
+ * `blend` false or `use_alpha` false (modes this renderer does not draw) it returns -1, as it
+ * does for null buffers, row bytes shorter than a row, source and destination formats that
+ * differ, or a non-finite transform; the destination is then untouched. A zero scale, an empty
+ * `src_rect` or a source that falls outside the destination draws nothing and returns 0.
+ * For large placements the work is split over two threads inside the call. */
+
+/* ---- prefiltered sources ----------------------------------------------------------------
+ * IR_Motion first reduces the source by integer factors chosen from the scale (a box filter,
+ * exact for a 4x oversampled buffer shown at 100%), then samples the reduction bilinearly. A
+ * caller that composites the same source on many frames (an unchanged text layout) can do the
+ * reduction once and keep it: IR_PrefilterFactors picks the factors for a scale, IR_Prefilter
+ * builds the reduction into caller memory, and IR_MotionPrefiltered composites from it with the
+ * same geometry arguments as IR_Motion. A reduction made for other factors still composites
+ * correctly; it is only sharper or softer than the one IR_Motion would make. */
+typedef struct IR_Prefiltered {
+  /* (width + 2) x (height + 2) premultiplied 4-byte pixels, rows packed top row first, with a
+   * transparent border one pixel wide around the reduced image. Owned by the caller. */
+  const void* data;
+  int32_t width, height;      /* the reduced image, border excluded */
+  int32_t factor_x, factor_y; /* source pixels per reduced pixel */
+  int32_t src_width, src_height;
+} IR_Prefiltered;
+
+/* The reduction factors IR_Motion uses for `scale` (each >= 1). */
+VX_API void IR_PrefilterFactors(IR_Point scale, int32_t* factor_x, int32_t* factor_y);
+/* Bytes IR_Prefilter needs for a source of this size and these factors; 0 when the arguments
+ * are not positive or the size does not fit. */
+VX_API uint64_t IR_PrefilterSize(int32_t src_width, int32_t src_height, int32_t factor_x,
+                                 int32_t factor_y);
+/* Reduces `src` (premultiplied 4-byte pixels, row 0 on top at `src`, rows `src_row_bytes`
+ * apart, negative for bottom-up storage) into `out` (`out_size` bytes, at least
+ * IR_PrefilterSize) and fills `result` to describe it. Returns 0, or -1 on bad arguments. */
+VX_API int32_t IR_Prefilter(const void* src, int32_t src_row_bytes, int32_t src_width,
+                            int32_t src_height, int32_t factor_x, int32_t factor_y, void* out,
+                            uint64_t out_size, IR_Prefiltered* result);
+/* IR_Motion over a prefiltered source, with blending over the destination and alpha as
+ * coverage. `src_point` is in fractions of the original source size. Returns as IR_Motion. */
+VX_API int32_t IR_MotionPrefiltered(const IR_Prefiltered* src, int32_t format, void* dst,
+                                    int32_t dst_row_bytes, int32_t dst_width, int32_t dst_height,
+                                    IR_Point dst_point, IR_Point src_point, IR_Point scale,
+                                    double rotation_deg, float opacity);
 
 /* Whether buffers of renderer format code `format` hold their rows bottom-up (the GPU
  * precompute buffers of the reference host do: returns true for 4). */

@@ -1,0 +1,425 @@
+// IR_Motion: places a premultiplied source over a straight destination with scale, rotation and
+// opacity.
+//
+// Two passes. The source is first box-reduced by integer factors chosen so that the remaining
+// scale is close to 1 (for the usual 4x oversampled text at 100% the reduction is exact and the
+// second pass is a plain bilinear lookup); that is what keeps shrunken, rotated text free of
+// aliasing, at a cost proportional to the source once. The second pass visits only destination
+// pixels whose centre maps near the reduction, maps each back through the inverse transform and
+// samples bilinearly. The reduction carries a transparent one-pixel border, so the inner loop
+// needs no edge tests: samples are clamped into the border, where everything reads as zero.
+#include "image_renderer/motion.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "vetext/vxcore.h"
+
+namespace ir {
+namespace {
+
+// Below this many destination pixels (or source pixels for the reduction) a second thread costs
+// more to start than it saves.
+constexpr int64_t kParallelPixels = 1 << 17;
+constexpr int32_t kMaxFactor = 4096;
+
+int32_t FactorFor(float scale) {
+  const double s = std::fabs(static_cast<double>(scale));
+  if (!(s > 0) || !std::isfinite(s)) return 1;
+  double f = std::floor(1.0 / s + 1e-9);
+  if (f < 1) f = 1;
+  // Between 1/2 and 3/4 of the reduced size bilinear sampling starts to alias; one more step of
+  // reduction leaves a scale above 1 instead, which only softens.
+  if (s * f < 0.75) f += 1;
+  return static_cast<int32_t>(std::min<double>(f, kMaxFactor));
+}
+
+// Sums fx x fy blocks of source rows into one reduced row.
+void ReduceOneRow(const uint8_t* src, ptrdiff_t src_row_bytes, int32_t w, int32_t h, int32_t fx,
+                  int32_t fy, int32_t r, uint8_t* out_row, uint32_t* acc) {
+  const int32_t rw = ReducedExtent(w, fx);
+  const size_t n = static_cast<size_t>(w) * 4;
+  std::fill(acc, acc + n, 0u);
+  const int32_t y0 = r * fy, y1 = std::min(h, y0 + fy);
+  for (int32_t y = y0; y < y1; ++y) {
+    const uint8_t* row = src + static_cast<ptrdiff_t>(y) * src_row_bytes;
+    for (size_t i = 0; i < n; ++i) acc[i] += row[i];
+  }
+  // Division by the full block area, with rounding, as a multiply (exact for powers of two).
+  const uint64_t area = static_cast<uint64_t>(fx) * static_cast<uint64_t>(fy);
+  const uint64_t mul = ((uint64_t{1} << 32) + area / 2) / area;
+  uint8_t* o = out_row + 4;  // past the left border pixel
+  if (fx == 4) {
+    for (int32_t j = 0; j < rw; ++j) {
+      const int32_t x0 = j * 4;
+      const int32_t cnt = std::min(4, w - x0);
+      for (int c = 0; c < 4; ++c) {
+        uint64_t s = 0;
+        for (int32_t k = 0; k < cnt; ++k) s += acc[static_cast<size_t>(x0 + k) * 4 + c];
+        o[c] = static_cast<uint8_t>(std::min<uint64_t>((s * mul + (uint64_t{1} << 31)) >> 32, 255));
+      }
+      o += 4;
+    }
+  } else {
+    for (int32_t j = 0; j < rw; ++j) {
+      const int32_t x0 = j * fx;
+      const int32_t x1 = std::min(w, x0 + fx);
+      uint64_t s[4] = {0, 0, 0, 0};
+      for (int32_t x = x0; x < x1; ++x)
+        for (int c = 0; c < 4; ++c) s[c] += acc[static_cast<size_t>(x) * 4 + c];
+      for (int c = 0; c < 4; ++c)
+        o[c] =
+            static_cast<uint8_t>(std::min<uint64_t>((s[c] * mul + (uint64_t{1} << 31)) >> 32, 255));
+      o += 4;
+    }
+  }
+}
+
+double Wrap360(double deg) {
+  double r = std::fmod(deg, 360.0);
+  return r < 0 ? r + 360.0 : r;
+}
+
+// Exact values at the quarter turns, so that upright and quarter-turned placements land on
+// pixel centres exactly.
+void CosSin(double deg, double* c, double* s) {
+  const double r = Wrap360(deg);
+  if (r == 0) {
+    *c = 1, *s = 0;
+  } else if (r == 90) {
+    *c = 0, *s = 1;
+  } else if (r == 180) {
+    *c = -1, *s = 0;
+  } else if (r == 270) {
+    *c = 0, *s = -1;
+  } else {
+    const double a = r * (M_PI / 180.0);
+    *c = std::cos(a), *s = std::sin(a);
+  }
+}
+
+// Integer pixel indices X with lo < c0 + b * X < hi, widened by one on each side (samples just
+// outside read the transparent border, so being generous costs a little time and no accuracy).
+bool SolveSpan(double c0, double b, double lo, double hi, double* xmin, double* xmax) {
+  if (std::fabs(b) < 1e-12) {
+    if (c0 > lo - 1e-6 && c0 < hi + 1e-6) {
+      *xmin = -std::numeric_limits<double>::infinity();
+      *xmax = std::numeric_limits<double>::infinity();
+      return true;
+    }
+    return false;
+  }
+  const double t0 = (lo - c0) / b, t1 = (hi - c0) / b;
+  *xmin = std::min(t0, t1);
+  *xmax = std::max(t0, t1);
+  return true;
+}
+
+struct Mapping {
+  // Sample position (in reduced pixels, minus the half pixel of the bilinear centre) of the
+  // centre of destination pixel (X, Y): u = ax + bx X + cx Y, v = ay + by X + cy Y.
+  double ax, bx, cx, ay, by, cy;
+};
+
+struct Span {
+  int32_t x0, x1;  // [x0, x1)
+};
+
+void BlendRow(const uint8_t* base, int32_t wp, int32_t hp, float u0, float du, float v0, float dv,
+              uint8_t* d, int32_t n, float opacity) {
+  const float k255 = opacity / 255.0f;
+  const size_t stride = static_cast<size_t>(wp) * 4;
+  const float umax = static_cast<float>(wp), vmax = static_cast<float>(hp);
+  for (int32_t i = 0; i < n; ++i) {
+    float u = u0 + du * static_cast<float>(i);
+    float v = v0 + dv * static_cast<float>(i);
+    u = std::min(std::max(u, -1.0f), umax);
+    v = std::min(std::max(v, -1.0f), vmax);
+    // Truncation instead of floor is fine: whatever it gets wrong lies below zero, where the
+    // clamp to the border and the clamped weight make the sample read transparent anyway.
+    const int32_t ix = std::min(std::max(static_cast<int32_t>(u), 0), wp - 2);
+    const int32_t iy = std::min(std::max(static_cast<int32_t>(v), 0), hp - 2);
+    const float fu = std::min(std::max(u - static_cast<float>(ix), 0.0f), 1.0f);
+    const float fv = std::min(std::max(v - static_cast<float>(iy), 0.0f), 1.0f);
+    const uint8_t* p = base + static_cast<size_t>(iy) * stride + static_cast<size_t>(ix) * 4;
+    const uint8_t* q = p + stride;
+    const float w00 = (1 - fu) * (1 - fv), w01 = fu * (1 - fv), w10 = (1 - fu) * fv, w11 = fu * fv;
+    float s[4];
+    for (int c = 0; c < 4; ++c) s[c] = w00 * p[c] + w01 * p[4 + c] + w10 * q[c] + w11 * q[4 + c];
+    // Colour and alpha follow the same rule: out = dst * (1 - a * op) + src * op, the source
+    // being premultiplied (its alpha channel is a itself).
+    const float keep = 1.0f - s[3] * k255;
+    for (int c = 0; c < 4; ++c) {
+      const float o = static_cast<float>(d[c]) * keep + s[c] * opacity + 0.5f;
+      d[c] = static_cast<uint8_t>(std::min(o, 255.0f));
+    }
+    d += 4;
+  }
+}
+
+void BlendRows(const IR_Prefiltered& src, const Mapping& m, const std::vector<Span>& spans,
+               int32_t y_begin, int32_t y_end, uint8_t* dst, ptrdiff_t dst_row_bytes,
+               float opacity) {
+  const auto* base = static_cast<const uint8_t*>(src.data);
+  const int32_t wp = src.width + 2, hp = src.height + 2;
+  for (int32_t y = y_begin; y < y_end; ++y) {
+    const Span sp = spans[static_cast<size_t>(y)];
+    if (sp.x1 <= sp.x0) continue;
+    const double u0 = m.ax + m.bx * sp.x0 + m.cx * y;
+    const double v0 = m.ay + m.by * sp.x0 + m.cy * y;
+    uint8_t* d =
+        dst + static_cast<ptrdiff_t>(y) * dst_row_bytes + static_cast<ptrdiff_t>(sp.x0) * 4;
+    BlendRow(base, wp, hp, static_cast<float>(u0), static_cast<float>(m.bx), static_cast<float>(v0),
+             static_cast<float>(m.by), d, sp.x1 - sp.x0, opacity);
+  }
+}
+
+}  // namespace
+
+void ReduceRows(const uint8_t* src, ptrdiff_t src_row_bytes, int32_t w, int32_t h, int32_t fx,
+                int32_t fy, uint8_t* out, int32_t row_begin, int32_t row_end) {
+  const int32_t rw = ReducedExtent(w, fx), rh = ReducedExtent(h, fy);
+  const size_t out_stride = static_cast<size_t>(rw + 2) * 4;
+  std::vector<uint32_t> acc(static_cast<size_t>(w) * 4);
+  for (int32_t r = row_begin; r < row_end; ++r) {
+    uint8_t* row = out + static_cast<size_t>(r) * out_stride;
+    if (r == 0 || r == rh + 1) {
+      std::fill(row, row + out_stride, uint8_t{0});
+      continue;
+    }
+    std::fill(row, row + 4, uint8_t{0});
+    std::fill(row + out_stride - 4, row + out_stride, uint8_t{0});
+    ReduceOneRow(src, src_row_bytes, w, h, fx, fy, r - 1, row, acc.data());
+  }
+}
+
+void Reduce(const uint8_t* src, ptrdiff_t src_row_bytes, int32_t w, int32_t h, int32_t fx,
+            int32_t fy, uint8_t* out) {
+  const int32_t rows = ReducedExtent(h, fy) + 2;
+  if (static_cast<int64_t>(w) * h < kParallelPixels * 4 || rows < 4) {
+    ReduceRows(src, src_row_bytes, w, h, fx, fy, out, 0, rows);
+    return;
+  }
+  const int32_t mid = rows / 2;
+  std::thread other([&] { ReduceRows(src, src_row_bytes, w, h, fx, fy, out, mid, rows); });
+  ReduceRows(src, src_row_bytes, w, h, fx, fy, out, 0, mid);
+  other.join();
+}
+
+bool Composite(const IR_Prefiltered& src, const Placement& pl, uint8_t* dst,
+               ptrdiff_t dst_row_bytes, int32_t dst_width, int32_t dst_height) {
+  const double vals[] = {pl.src_x,   pl.src_y,   pl.dst_x,        pl.dst_y,
+                         pl.scale_x, pl.scale_y, pl.rotation_deg, pl.opacity};
+  for (double v : vals)
+    if (!std::isfinite(v)) return false;
+  if (pl.scale_x == 0 || pl.scale_y == 0 || !(pl.opacity > 0)) return true;
+  if (src.width <= 0 || src.height <= 0 || dst_width <= 0 || dst_height <= 0) return true;
+  const float opacity = std::min(pl.opacity, 1.0f);
+
+  double c, s;
+  CosSin(pl.rotation_deg, &c, &s);
+  const double kx = 1.0 / (pl.scale_x * src.factor_x), ky = 1.0 / (pl.scale_y * src.factor_y);
+  const double ox = 0.5 - pl.dst_x, oy = 0.5 - pl.dst_y;
+  Mapping m;
+  m.bx = c * kx;
+  m.cx = -s * kx;
+  m.by = s * ky;
+  m.cy = c * ky;
+  m.ax = pl.src_x / src.factor_x + 1.0 + (c * ox - s * oy) * kx - 0.5;
+  m.ay = pl.src_y / src.factor_y + 1.0 + (s * ox + c * oy) * ky - 0.5;
+  for (double v : {m.ax, m.bx, m.cx, m.ay, m.by, m.cy})
+    if (!std::isfinite(v)) return false;
+
+  // A sample touches the image (not only the border) when 0 < u < width + 1.
+  const double uhi = src.width + 1.0, vhi = src.height + 1.0;
+  std::vector<Span> spans(static_cast<size_t>(dst_height), Span{0, 0});
+  int64_t total = 0;
+  for (int32_t y = 0; y < dst_height; ++y) {
+    double a0, a1, b0, b1;
+    if (!SolveSpan(m.ax + m.cx * y, m.bx, 0.0, uhi, &a0, &a1)) continue;
+    if (!SolveSpan(m.ay + m.cy * y, m.by, 0.0, vhi, &b0, &b1)) continue;
+    const double lo = std::max(a0, b0), hi = std::min(a1, b1);
+    if (!(lo <= hi)) continue;
+    const double x0 = std::max(std::ceil(lo) - 1.0, 0.0);
+    const double x1 = std::min(std::floor(hi) + 2.0, static_cast<double>(dst_width));
+    if (x0 >= x1) continue;
+    spans[static_cast<size_t>(y)] = Span{static_cast<int32_t>(x0), static_cast<int32_t>(x1)};
+    total += static_cast<int64_t>(x1 - x0);
+  }
+  if (total == 0) return true;
+
+  if (total < kParallelPixels) {
+    BlendRows(src, m, spans, 0, dst_height, dst, dst_row_bytes, opacity);
+    return true;
+  }
+  // Two bands of about equal pixel count.
+  int32_t mid = 0;
+  for (int64_t acc = 0; mid < dst_height && acc * 2 < total; ++mid) {
+    const Span& sp = spans[static_cast<size_t>(mid)];
+    acc += sp.x1 - sp.x0;
+  }
+  std::thread other(
+      [&] { BlendRows(src, m, spans, mid, dst_height, dst, dst_row_bytes, opacity); });
+  BlendRows(src, m, spans, 0, mid, dst, dst_row_bytes, opacity);
+  other.join();
+  return true;
+}
+
+}  // namespace ir
+
+namespace {
+
+bool SupportedFormat(int32_t f) {
+  return f == kIRFormatBGRA8 || f == kIRFormatVUYA8;
+}
+
+bool RowBytesFit(int32_t row_bytes, int32_t width) {
+  return std::llabs(static_cast<long long>(row_bytes)) >= static_cast<long long>(width) * 4;
+}
+
+}  // namespace
+
+void IR_PrefilterFactors(IR_Point scale, int32_t* factor_x, int32_t* factor_y) {
+  if (factor_x) *factor_x = ir::FactorFor(scale.x);
+  if (factor_y) *factor_y = ir::FactorFor(scale.y);
+}
+
+uint64_t IR_PrefilterSize(int32_t src_width, int32_t src_height, int32_t factor_x,
+                          int32_t factor_y) {
+  if (src_width <= 0 || src_height <= 0 || factor_x <= 0 || factor_y <= 0) return 0;
+  const uint64_t w = static_cast<uint64_t>(ir::ReducedExtent(src_width, factor_x)) + 2;
+  const uint64_t h = static_cast<uint64_t>(ir::ReducedExtent(src_height, factor_y)) + 2;
+  return w * h * 4;
+}
+
+int32_t IR_Prefilter(const void* src, int32_t src_row_bytes, int32_t src_width, int32_t src_height,
+                     int32_t factor_x, int32_t factor_y, void* out, uint64_t out_size,
+                     IR_Prefiltered* result) {
+  const uint64_t need = IR_PrefilterSize(src_width, src_height, factor_x, factor_y);
+  if (!src || !out || !result || need == 0 || out_size < need ||
+      !RowBytesFit(src_row_bytes, src_width))
+    return -1;
+  try {
+    ir::Reduce(static_cast<const uint8_t*>(src), src_row_bytes, src_width, src_height, factor_x,
+               factor_y, static_cast<uint8_t*>(out));
+  } catch (...) {
+    return -1;
+  }
+  result->data = out;
+  result->width = ir::ReducedExtent(src_width, factor_x);
+  result->height = ir::ReducedExtent(src_height, factor_y);
+  result->factor_x = factor_x;
+  result->factor_y = factor_y;
+  result->src_width = src_width;
+  result->src_height = src_height;
+  return 0;
+}
+
+int32_t IR_MotionPrefiltered(const IR_Prefiltered* src, int32_t format, void* dst,
+                             int32_t dst_row_bytes, int32_t dst_width, int32_t dst_height,
+                             IR_Point dst_point, IR_Point src_point, IR_Point scale,
+                             double rotation_deg, float opacity) {
+  if (!src || !SupportedFormat(format)) return -1;
+  if (dst_width <= 0 || dst_height <= 0) return 0;
+  if (!dst || !RowBytesFit(dst_row_bytes, dst_width)) return -1;
+  if (src->width <= 0 || src->height <= 0) return 0;
+  if (!src->data || src->factor_x <= 0 || src->factor_y <= 0 ||
+      ir::ReducedExtent(src->src_width, src->factor_x) != src->width ||
+      ir::ReducedExtent(src->src_height, src->factor_y) != src->height)
+    return -1;
+  for (float v : {dst_point.x, dst_point.y, src_point.x, src_point.y, scale.x, scale.y, opacity})
+    if (!std::isfinite(v)) return -1;
+  ir::Placement pl;
+  pl.src_x = static_cast<double>(src_point.x) * src->src_width;
+  pl.src_y = static_cast<double>(src_point.y) * src->src_height;
+  pl.dst_x = static_cast<double>(dst_point.x) * dst_width;
+  pl.dst_y = static_cast<double>(dst_point.y) * dst_height;
+  pl.scale_x = scale.x;
+  pl.scale_y = scale.y;
+  pl.rotation_deg = rotation_deg;
+  pl.opacity = opacity;
+  try {
+    return ir::Composite(*src, pl, static_cast<uint8_t*>(dst), dst_row_bytes, dst_width, dst_height)
+               ? 0
+               : -1;
+  } catch (...) {
+    return -1;
+  }
+}
+
+int32_t IR_Motion(const void* src, int32_t src_row_bytes, int32_t src_width, int32_t src_height,
+                  int32_t src_format, int32_t /*src_flags*/, const int32_t* src_rect, void* dst,
+                  int32_t dst_row_bytes, int32_t dst_width, int32_t dst_height, int32_t dst_format,
+                  int32_t /*dst_flags*/, int32_t /*par_num*/, uint32_t /*par_den*/,
+                  IR_Point dst_point, IR_Point src_point, IR_Point scale, double rotation_deg,
+                  float opacity, bool blend, double /*shutter_angle*/, bool /*motion_blur*/,
+                  int32_t /*motion_samples*/, int32_t /*quality*/, bool use_alpha) {
+  try {
+    if (!SupportedFormat(src_format) || dst_format != src_format) return -1;
+    if (!blend || !use_alpha) return -1;
+    if (dst_width <= 0 || dst_height <= 0) return 0;
+    if (!dst || !RowBytesFit(dst_row_bytes, dst_width)) return -1;
+    if (src_width <= 0 || src_height <= 0) return 0;
+    if (!src || !RowBytesFit(src_row_bytes, src_width)) return -1;
+    for (float v : {dst_point.x, dst_point.y, src_point.x, src_point.y, scale.x, scale.y, opacity})
+      if (!std::isfinite(v)) return -1;
+    if (!std::isfinite(rotation_deg)) return -1;
+
+    ir::Placement pl;
+    pl.src_x = static_cast<double>(src_point.x) * src_width;
+    pl.src_y = static_cast<double>(src_point.y) * src_height;
+    pl.dst_x = static_cast<double>(dst_point.x) * dst_width;
+    pl.dst_y = static_cast<double>(dst_point.y) * dst_height;
+    pl.scale_x = scale.x;
+    pl.scale_y = scale.y;
+    pl.rotation_deg = rotation_deg;
+    pl.opacity = opacity;
+    if (pl.scale_x == 0 || pl.scale_y == 0 || !(opacity > 0)) return 0;
+
+    // The source rectangle crops the source; the placement stays in whole-source pixels.
+    const auto* base = static_cast<const uint8_t*>(src);
+    int32_t w = src_width, h = src_height;
+    if (src_rect) {
+      const int32_t l = std::clamp(src_rect[0], 0, src_width);
+      const int32_t t = std::clamp(src_rect[1], 0, src_height);
+      const int32_t r = std::clamp(src_rect[2], 0, src_width);
+      const int32_t b = std::clamp(src_rect[3], 0, src_height);
+      if (r <= l || b <= t) return 0;
+      base += static_cast<ptrdiff_t>(t) * src_row_bytes + static_cast<ptrdiff_t>(l) * 4;
+      w = r - l;
+      h = b - t;
+      pl.src_x -= l;
+      pl.src_y -= t;
+    }
+
+    int32_t fx, fy;
+    IR_PrefilterFactors(scale, &fx, &fy);
+    const uint64_t bytes = IR_PrefilterSize(w, h, fx, fy);
+    if (bytes == 0 || bytes > std::numeric_limits<size_t>::max()) return -1;
+    vxcore::RecycledMemory reduced(static_cast<size_t>(bytes));
+    ir::Reduce(base, src_row_bytes, w, h, fx, fy, static_cast<uint8_t*>(reduced.data()));
+    IR_Prefiltered pf;
+    pf.data = reduced.data();
+    pf.width = ir::ReducedExtent(w, fx);
+    pf.height = ir::ReducedExtent(h, fy);
+    pf.factor_x = fx;
+    pf.factor_y = fy;
+    pf.src_width = w;
+    pf.src_height = h;
+    return ir::Composite(pf, pl, static_cast<uint8_t*>(dst), dst_row_bytes, dst_width, dst_height)
+               ? 0
+               : -1;
+  } catch (...) {
+    // Out of memory, or no thread to be had: the second band is started before the first is
+    // drawn, so the destination is as it was.
+    return -1;
+  }
+}
+
+bool IR_IsOriginBottomLeft(int32_t format) {
+  return format == kIRFormatBGRA8;
+}

@@ -1,0 +1,45 @@
+// The CPU compositor behind IR_Motion: a box reduction of the source by integer factors, then
+// an affine, bilinear resample of the reduction blended over the destination.
+#ifndef VETEXT_HOSTLIBS_IMAGE_RENDERER_MOTION_H
+#define VETEXT_HOSTLIBS_IMAGE_RENDERER_MOTION_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "vetext/image_renderer.h"
+
+namespace ir {
+
+// Reduced size (border excluded) of a w x h source by factors fx, fy.
+inline int32_t ReducedExtent(int32_t n, int32_t f) {
+  return (n + f - 1) / f;
+}
+
+// Box-reduces src into out ((rw + 2) x (rh + 2) pixels, packed, transparent border). Each
+// reduced pixel is the mean of its fx x fy source block; parts of a block beyond the source
+// count as transparent. Rows [row_begin, row_end) of the reduction only (border rows included
+// when in range), so that two threads can share the work.
+void ReduceRows(const uint8_t* src, ptrdiff_t src_row_bytes, int32_t w, int32_t h, int32_t fx,
+                int32_t fy, uint8_t* out, int32_t row_begin, int32_t row_end);
+
+// The whole reduction, on two threads when the source is large.
+void Reduce(const uint8_t* src, ptrdiff_t src_row_bytes, int32_t w, int32_t h, int32_t fx,
+            int32_t fy, uint8_t* out);
+
+// Geometry of one placement, in visual coordinates (x right, y down).
+struct Placement {
+  double src_x, src_y;  // source point, in source pixels
+  double dst_x, dst_y;  // destination point, in destination pixels
+  double scale_x, scale_y;
+  double rotation_deg;  // counter-clockwise on screen
+  float opacity;
+};
+
+// Composites a reduction (as made by Reduce) over dst. Returns false when the placement is not
+// finite; a zero scale draws nothing.
+bool Composite(const IR_Prefiltered& src, const Placement& placement, uint8_t* dst,
+               ptrdiff_t dst_row_bytes, int32_t dst_width, int32_t dst_height);
+
+}  // namespace ir
+
+#endif
