@@ -1,0 +1,92 @@
+#include "image_diff.h"
+
+#include <png.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+#include <memory>
+#include <vector>
+
+namespace vetext_test {
+
+DiffStats Diff(const Buffer& a, const Buffer& b, int channels) {
+  DiffStats s;
+  if (a.W != b.W || a.H != b.H) {
+    s.max_abs = 255;
+    s.mean_abs = 255;
+    return s;
+  }
+  uint64_t sum = 0, sq = 0, n = 0;
+  for (size_t i = 0; i < a.px.size(); i += 4)
+    for (int c = 0; c < channels; ++c) {
+      int d = std::abs(int(a.px[i + c]) - int(b.px[i + c]));
+      s.max_abs = std::max(s.max_abs, d);
+      sum += uint64_t(d);
+      sq += uint64_t(d * d);
+      ++n;
+    }
+  s.mean_abs = n ? double(sum) / double(n) : 0;
+  double mse = n ? double(sq) / double(n) : 0;
+  s.psnr =
+      mse == 0 ? std::numeric_limits<double>::infinity() : 10.0 * std::log10(255.0 * 255.0 / mse);
+  return s;
+}
+
+double Psnr(const Buffer& a, const Buffer& b, int channel) {
+  if (a.W != b.W || a.H != b.H) return 0;
+  double sq = 0;
+  size_t n = 0;
+  for (size_t i = size_t(channel); i < a.px.size(); i += 4, ++n) {
+    double d = double(a.px[i]) - double(b.px[i]);
+    sq += d * d;
+  }
+  if (sq == 0) return std::numeric_limits<double>::infinity();
+  return 10.0 * std::log10(255.0 * 255.0 / (sq / double(n)));
+}
+
+Buffer BoxReduce(const Buffer& src, int f) {
+  Buffer out(src.W / f, src.H / f);
+  for (int32_t y = 0; y < out.H; ++y)
+    for (int32_t x = 0; x < out.W; ++x)
+      for (int c = 0; c < 4; ++c) {
+        int sum = 0;
+        for (int j = 0; j < f; ++j)
+          for (int i = 0; i < f; ++i) sum += src.at(x * f + i, y * f + j)[c];
+        out.px[(size_t(y) * out.W + x) * 4 + c] = uint8_t((sum + f * f / 2) / (f * f));
+      }
+  return out;
+}
+
+bool WritePng(const std::string& path, const Buffer& b, std::string* error) {
+  png_image img{};
+  img.version = PNG_IMAGE_VERSION;
+  img.width = png_uint_32(b.W);
+  img.height = png_uint_32(b.H);
+  img.format = PNG_FORMAT_BGRA;
+  if (!png_image_write_to_file(&img, path.c_str(), 0, b.px.data(), b.W * 4, nullptr)) {
+    if (error) *error = path + ": " + img.message;
+    return false;
+  }
+  return true;
+}
+
+bool ReadPng(const std::string& path, Buffer* out, std::string* error) {
+  png_image img{};
+  img.version = PNG_IMAGE_VERSION;
+  if (!png_image_begin_read_from_file(&img, path.c_str())) {
+    if (error) *error = path + ": " + img.message;
+    return false;
+  }
+  img.format = PNG_FORMAT_BGRA;
+  *out = Buffer(int32_t(img.width), int32_t(img.height));
+  if (!png_image_finish_read(&img, nullptr, out->data(), out->W * 4, nullptr)) {
+    if (error) *error = path + ": " + img.message;
+    png_image_free(&img);
+    return false;
+  }
+  return true;
+}
+
+}  // namespace vetext_test

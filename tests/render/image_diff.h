@@ -1,0 +1,28 @@
+// A small image comparison for the render tests: PNG in and out, error statistics.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "test_layouts.h"
+
+namespace vetext_test {
+
+struct DiffStats {
+  int max_abs = 0;
+  double mean_abs = 0;
+  double psnr = 0;  // dB; infinity for identical pictures
+};
+// Over `channels` bytes of each pixel (3: colour only; 4: with alpha).
+DiffStats Diff(const Buffer& a, const Buffer& b, int channels = 4);
+// PSNR of channel `channel` alone (3: alpha).
+double Psnr(const Buffer& a, const Buffer& b, int channel);
+// Averages factor x factor blocks (the reference reduction of a supersampled picture).
+Buffer BoxReduce(const Buffer& src, int factor);
+
+// 8-bit RGBA PNG files of B,G,R,A buffers (red and blue swapped on the way, so a round trip is
+// exact and viewers show true colours). False with a message on failure.
+bool WritePng(const std::string& path, const Buffer& b, std::string* error);
+bool ReadPng(const std::string& path, Buffer* out, std::string* error);
+
+}  // namespace vetext_test

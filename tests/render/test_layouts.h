@@ -1,0 +1,41 @@
+// Hand-made layouts for the render tests: glyphs of a real font placed along a baseline.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "document/records.h"
+
+namespace vetext_test {
+
+struct Style {
+  std::u16string font = u"Liberation Sans";
+  float size = 160.0f;  // oversampled pixels
+  float fill[3] = {1, 1, 1};
+  float stroke[3] = {0, 0, 0};
+  float stroke_width = 0.0f;
+  bool fill_first = false;
+};
+
+// Glyphs of `text` (ASCII) from (x, y) along the baseline, advancing by the font's advances;
+// bounds enclose the glyph boxes.
+vetext::LayoutRecord MakeLayout(const std::string& text, const Style& style, float x = 0,
+                                float y = 0);
+// The glyph index of a character in the style's font (0 when the font has none).
+int32_t GlyphOf(const std::u16string& font, char32_t ch);
+
+// A W x H premultiplied 4-byte buffer.
+struct Buffer {
+  int32_t W = 0, H = 0;
+  std::vector<uint8_t> px;
+  Buffer(int32_t w, int32_t h) : W(w), H(h), px(size_t(w) * size_t(h) * 4, 0) {}
+  uint8_t* data() { return px.data(); }
+  const uint8_t* at(int32_t x, int32_t y) const { return px.data() + (size_t(y) * W + x) * 4; }
+  // Bounding box of pixels with alpha above `threshold`: left, top, right, bottom (exclusive);
+  // all zero when empty.
+  void InkBox(int32_t box[4], uint8_t threshold = 0) const;
+  uint64_t AlphaSum() const;
+};
+
+}  // namespace vetext_test

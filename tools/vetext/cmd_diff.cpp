@@ -1,0 +1,69 @@
+// `vetext diff A.png B.png [--tolerance N]`: how far two pictures are apart, per colour and
+// alpha channel, as the largest and mean absolute difference and the PSNR. Exits 1 when the
+// largest difference exceeds the tolerance (or the pictures cannot be compared), so scripts
+// can use it as a check.
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+#include <memory>
+#include <string>
+
+#include "commands.h"
+#include "media_image.h"
+
+namespace vetext_tool {
+namespace {
+
+struct DiffArgs {
+  std::string a, b;
+  int tolerance = 0;
+};
+
+int RunDiff(const DiffArgs& args) {
+  Image a, b;
+  std::string error;
+  if (!ReadPng(args.a, &a, &error)) return Fail(error);
+  if (!ReadPng(args.b, &b, &error)) return Fail(error);
+  if (a.width != b.width || a.height != b.height)
+    return Fail("sizes differ: " + std::to_string(a.width) + "x" + std::to_string(a.height) +
+                " and " + std::to_string(b.width) + "x" + std::to_string(b.height));
+  int max_abs = 0;
+  uint64_t sum = 0, sq = 0;
+  const size_t n = a.pixels.size();
+  for (size_t i = 0; i < n; ++i) {
+    int d = std::abs(int(a.pixels[i]) - int(b.pixels[i]));
+    if (d > max_abs) max_abs = d;
+    sum += uint64_t(d);
+    sq += uint64_t(d) * uint64_t(d);
+  }
+  double mean = n ? double(sum) / double(n) : 0.0;
+  double mse = n ? double(sq) / double(n) : 0.0;
+  std::printf("max %d\nmean %.4f\n", max_abs, mean);
+  if (mse == 0)
+    std::printf("psnr inf\n");
+  else
+    std::printf("psnr %.2f\n", 10.0 * std::log10(255.0 * 255.0 / mse));
+  if (max_abs > args.tolerance) {
+    std::fprintf(stderr, "vetext: pictures differ by %d (tolerance %d)\n", max_abs, args.tolerance);
+    return 1;
+  }
+  return 0;
+}
+
+void Register(CLI::App& app) {
+  auto args = std::make_shared<DiffArgs>();
+  CLI::App* sub = app.add_subcommand(
+      "diff", "Compare two PNG pictures: largest and mean absolute difference, PSNR");
+  sub->add_option("A", args->a, "first picture")->required();
+  sub->add_option("B", args->b, "second picture")->required();
+  sub->add_option("--tolerance", args->tolerance,
+                  "largest per-channel difference still counted as equal (default 0)")
+      ->check(CLI::Range(0, 255));
+  sub->callback([args] { SetExitStatus(RunDiff(*args)); });
+}
+
+const Registrar registrar("diff", 90, Register);
+
+}  // namespace
+}  // namespace vetext_tool
