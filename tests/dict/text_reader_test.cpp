@@ -100,7 +100,10 @@ TEST(TextReader, StringsWithAndWithoutMarkAndHexStrings) {
   EXPECT_EQ(FromText("(\\)\\(\\\\x)").string, u")(\\x");
   EXPECT_EQ(FromText("(a(b)").string, u"a(b");  // an unescaped "(" is a plain byte
   EXPECT_EQ(FromText(std::string("(\xE9\x00)", 4)).string, std::u16string(u"\u00E9\0", 2));
-  EXPECT_EQ(FromText(std::string("(\xFE\xFF\x00" "A\xD8\x3D\xDE\x00)", 10)).string,
+  EXPECT_EQ(FromText(std::string("(\xFE\xFF\x00"
+                                 "A\xD8\x3D\xDE\x00)",
+                                 10))
+                .string,
             u"A\U0001F600");
   EXPECT_EQ(FromText("<FEFF0041>").string, u"A");
   EXPECT_EQ(FromText("< 41 4 2\n43 4>").string, u"ABC@");
@@ -108,7 +111,8 @@ TEST(TextReader, StringsWithAndWithoutMarkAndHexStrings) {
 }
 
 TEST(TextReader, WhiteSpaceAndCommentsBetweenTokens) {
-  const std::string text("%head\r\n<<\t/A\r\n1 % note\n/B[true\ffalse]\0/C/D>>%", 46);
+  const char kText[] = "%head\r\n<<\t/A\r\n1 % note\n/B[true\ffalse]\0/C/D>>%";
+  const std::string text(kText, sizeof kText - 1);
   const Value v = FromText(text);
   ASSERT_TRUE(v.IsDictionary());
   ASSERT_EQ(v.entries.size(), 3u);
@@ -120,13 +124,47 @@ TEST(TextReader, WhiteSpaceAndCommentsBetweenTokens) {
 
 TEST(TextReader, MalformedInputIsRefused) {
   const char* cases[] = {
-      "",           "   % only a comment", "(abc",   "(abc\\",      "<< /A 1",     "[ 1 2",
-      "<< /A [ 1 >>", ">a",                "> >",    ">",           "1.2.3",       "--1",
-      "+",          ".",                   "1e",     "1e+",         "e5",          "1x",
-      "2147483648", "-2147483649",         "1e39",   "-3.5e38",     "<< 1 2 >>",   "<< /A >>",
-      "<< /A ]",    "/",                   "/a#b",   "tru",         "truex",       "nul",
-      "]",          ">>",                  "{",      "}",           "1 2",         "<< >> x",
-      "<41",        "<4G>",                ")",      "<< (k) 1 >>", "[ /A >> ]",
+      "",
+      "   % only a comment",
+      "(abc",
+      "(abc\\",
+      "<< /A 1",
+      "[ 1 2",
+      "<< /A [ 1 >>",
+      ">a",
+      "> >",
+      ">",
+      "1.2.3",
+      "--1",
+      "+",
+      ".",
+      "1e",
+      "1e+",
+      "e5",
+      "1x",
+      "2147483648",
+      "-2147483649",
+      "1e39",
+      "-3.5e38",
+      "<< 1 2 >>",
+      "<< /A >>",
+      "<< /A ]",
+      "/",
+      "/a#b",
+      "tru",
+      "truex",
+      "nul",
+      "]",
+      ">>",
+      "{",
+      "}",
+      "1 2",
+      "<< >> x",
+      "<41",
+      "<4G>",
+      ")",
+      "<< (k) 1 >>",
+      "[ /A >> ]",
   };
   for (const char* c : cases) {
     try {
@@ -200,7 +238,7 @@ TEST(TextReader, ReadsTheSourceInBoundedChunksAndStopsAtItsEnd) {
     EXPECT_GE(source.reads(), static_cast<int>(text.size() / 16));
   }
   // Cut short anywhere, the text is refused, and the reader never asks past the end.
-  for (size_t len = 0; len + 1 < text.size(); ++len) {
+  for (size_t len = 0; len < text.size(); ++len) {
     StrictSource source(text.substr(0, len), 16, 7);
     SLO::TextPDFReader reader(source, 16);
     EXPECT_THROW(reader.Parse(), SLO::Error) << len;

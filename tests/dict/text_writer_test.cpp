@@ -122,11 +122,13 @@ TEST_F(TextWriterTest, StringsCarryTheMarkAndEscapeEitherByte) {
   w.WriteString(std::u16string(u"A\0", 2) + char16_t{0x5C29});
   w.WriteString(u"");
   w.WriteString(u"\U0001F600");
-  const std::string expected = std::string(" (\xFE\xFF\x00\x5C\x28)", 8) +
-                               std::string(" (\xFE\xFF\x5C\x28\x5C\x5C)", 9) +
-                               std::string(" (\xFE\xFF\x00" "A\x00\x00\x5C\x5C\x5C))", 13) +
-                               std::string(" (\xFE\xFF)", 5) +
-                               std::string(" (\xFE\xFF\xD8\x3D\xDE\x00)", 9);
+  const std::string expected =
+      std::string(" (\xFE\xFF\x00\x5C\x28)", 8) + std::string(" (\xFE\xFF\x5C\x28\x5C\x5C)", 9) +
+      std::string(
+          " (\xFE\xFF\x00"
+          "A\x00\x00\x5C\x5C\x5C))",
+          13) +
+      std::string(" (\xFE\xFF)", 5) + std::string(" (\xFE\xFF\xD8\x3D\xDE\x00)", 9);
   EXPECT_EQ(Out(), expected);
 }
 
@@ -135,7 +137,9 @@ TEST_F(TextWriterTest, ByteAndHexStrings) {
   const uint8_t bytes[] = {'a', '(', 0, ')', '\\', 0xFF};
   w.WriteByteString(bytes, sizeof bytes);
   w.WriteHexString(bytes, sizeof bytes);
-  EXPECT_EQ(Out(), std::string(" (a\\(\x00\\)\\\\\xFF) <61280029" "5CFF>", 27));
+  EXPECT_EQ(Out(), std::string(" (a\\(\x00\\)\\\\\xFF) <61280029"
+                               "5CFF>",
+                               27));
 }
 
 TEST_F(TextWriterTest, EmptyNameWritesNothingAtAll) {
@@ -215,10 +219,11 @@ TEST(TextWriterReals, EveryRuleAtEveryPrecision) {
       {0.07f, {"0.0", ".1", ".07", ".07", ".07", ".07"}},
       {-123.004f, {"-123.0", "-123.0", "-123.0", "-123.004", "-123.004", "-123.004"}},
       {1000000.5f, {"1000000.0", "1000000.5", "1000000.5", "1000000.5", "1000000.5", "1000000.5"}},
-      {16777217.0f, {"16777216.0", "16777216.0", "16777216.0", "16777216.0", "16777216.0",
-                     "16777216.0"}},
-      {1073741760.0f, {"1073741760.0", "1073741760.0", "1073741760.0", "1073741760.0",
-                       "1073741760.0", "1073741760.0"}},
+      {16777217.0f,
+       {"16777216.0", "16777216.0", "16777216.0", "16777216.0", "16777216.0", "16777216.0"}},
+      {1073741760.0f,
+       {"1073741760.0", "1073741760.0", "1073741760.0", "1073741760.0", "1073741760.0",
+        "1073741760.0"}},
       // Clamped to 2^30.
       {1073741824.0f, {kLimit, kLimit, kLimit, kLimit, kLimit, kLimit}},
       {5e9f, {kLimit, kLimit, kLimit, kLimit, kLimit, kLimit}},
