@@ -26,6 +26,20 @@ void ReduceRows(const uint8_t* src, ptrdiff_t src_row_bytes, int32_t w, int32_t 
 void Reduce(const uint8_t* src, ptrdiff_t src_row_bytes, int32_t w, int32_t h, int32_t fx,
             int32_t fy, uint8_t* out);
 
+// One destination row of the resample-and-blend: pixel i samples the reduction (padded size
+// wp x hp) at (u0 + i du, v0 + i dv), in reduced pixels less the half pixel of the bilinear
+// centre, and blends over d[4 i .. 4 i + 3]. The scalar variant is the reference; the SIMD
+// variant must give identical bytes. Both are exported so that the tests can hold them side by
+// side.
+using BlendRowFn = void (*)(const uint8_t* base, int32_t wp, int32_t hp, float u0, float du,
+                            float v0, float dv, uint8_t* d, int32_t n, float opacity);
+VX_API void BlendRowScalar(const uint8_t* base, int32_t wp, int32_t hp, float u0, float du,
+                           float v0, float dv, uint8_t* d, int32_t n, float opacity);
+#if defined(__SSE2__)
+VX_API void BlendRowSse2(const uint8_t* base, int32_t wp, int32_t hp, float u0, float du, float v0,
+                         float dv, uint8_t* d, int32_t n, float opacity);
+#endif
+
 // Geometry of one placement, in visual coordinates (x right, y down).
 struct Placement {
   double src_x, src_y;  // source point, in source pixels

@@ -356,3 +356,42 @@ TEST(IRMotionLarge, BandsOnTwoThreadsCoverTheWholeFrame) {
 }
 
 }  // namespace
+
+#if defined(__SSE2__)
+#include "image_renderer/motion.h"
+
+namespace {
+
+TEST(IRMotionKernels, SimdRowEqualsScalarRow) {
+  // A padded 40 x 30 reduction with arbitrary premultiplied content and a transparent border.
+  const int32_t wp = 40, hp = 30;
+  std::vector<uint8_t> src(static_cast<size_t>(wp) * hp * 4, 0);
+  for (int32_t y = 1; y < hp - 1; ++y)
+    for (int32_t x = 1; x < wp - 1; ++x) {
+      uint8_t* p = &src[(static_cast<size_t>(y) * wp + x) * 4];
+      p[3] = static_cast<uint8_t>((x * 37 + y * 11) % 256);
+      for (int c = 0; c < 3; ++c) p[c] = static_cast<uint8_t>(p[3] * ((x + c * y) % 5) / 4);
+    }
+  struct Row {
+    float u0, du, v0, dv, opacity;
+  };
+  // Upright, turned, magnified, running off every edge, half opaque.
+  const Row rows[] = {{0.0f, 1.0f, 5.0f, 0.0f, 1.0f},      {-3.5f, 0.87f, 2.2f, 0.5f, 0.7f},
+                      {30.0f, -0.31f, 28.9f, -0.2f, 1.0f}, {-5.0f, 0.25f, -2.0f, 0.6f, 0.5f},
+                      {10.3f, 0.0f, 3.7f, 0.0f, 0.33f},    {-1e6f, 1e5f, 1e6f, -1e5f, 1.0f}};
+  for (const Row& r : rows) {
+    std::vector<uint8_t> a(64 * 4), b;
+    for (size_t i = 0; i < a.size(); ++i) a[i] = static_cast<uint8_t>(i * 29 + 3);
+    b = a;
+    const std::vector<uint8_t> before = a;
+    ir::BlendRowScalar(src.data(), wp, hp, r.u0, r.du, r.v0, r.dv, a.data(), 64, r.opacity);
+    ir::BlendRowSse2(src.data(), wp, hp, r.u0, r.du, r.v0, r.dv, b.data(), 64, r.opacity);
+    EXPECT_EQ(a, b) << r.u0 << " " << r.du;
+    if (r.u0 == 0.0f) {
+      EXPECT_NE(a, before);
+    }
+  }
+}
+
+}  // namespace
+#endif
