@@ -1,0 +1,197 @@
+// The layout cache. A composed layout is kept as layout text in a raw buffer of the host's frame
+// cache, under a key made from the document block alone, so that every instance, thread and
+// consumer with the same bytes shares one composition. Lookups take no lock; composition is
+// double-checked under one process-wide recursive mutex (a thread holding it may come back in
+// through the engine).
+#include "document/layout_cache.h"
+
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "document/layout_json.h"
+#include "effect/suites.h"
+#include "engine/kte.h"
+#include "vetext/suites.h"
+#include "vetext/vxcore.h"
+
+namespace vetext {
+namespace {
+
+constexpr char kKeySalt[] = "KTEDocument";
+constexpr size_t kKeySaltLength = sizeof(kKeySalt) - 1;
+constexpr int32_t kSourceTextIndex = 1;
+
+// Constructed at load, destroyed at unload.
+vxcore::RecursiveMutex g_composition_mutex;
+
+// The three suites of one request, released on every path out.
+class CacheSuites {
+ public:
+  explicit CacheSuites(InputRecord* in) : in_(in) {
+    // No message on failure: a missing suite means no layout, not an error for the user.
+    ok_ = Take(kRPixCacheSuiteName, kRPixCacheSuiteVersion, &cache_) &&
+          Take(kRPixCreatorSuiteName, kRPixCreatorSuiteVersion, &creator_) &&
+          Take(kRPixSuiteName, kRPixSuiteVersion, &pix_);
+  }
+  ~CacheSuites() {
+    for (auto it = held_.rbegin(); it != held_.rend(); ++it)
+      ReleaseSuite(in_, nullptr, it->first, it->second, nullptr);
+  }
+  CacheSuites(const CacheSuites&) = delete;
+  CacheSuites& operator=(const CacheSuites&) = delete;
+
+  bool ok() const { return ok_; }
+  const RPixCacheSuite6* cache() const { return cache_; }
+  const RPixCreatorSuite3* creator() const { return creator_; }
+  const RPixSuite1* pix() const { return pix_; }
+
+ private:
+  template <typename T>
+  bool Take(const char* name, int32_t version, const T** table) {
+    const void* suite = nullptr;
+    if (AcquireSuite(in_, nullptr, name, version, nullptr, &suite) != kStatusOk) return false;
+    held_.emplace_back(name, version);
+    *table = static_cast<const T*>(suite);
+    return suite != nullptr;
+  }
+
+  InputRecord* in_;
+  bool ok_ = false;
+  std::vector<std::pair<const char*, int32_t>> held_;
+  const RPixCacheSuite6* cache_ = nullptr;
+  const RPixCreatorSuite3* creator_ = nullptr;
+  const RPixSuite1* pix_ = nullptr;
+};
+
+// One reference to a host buffer, disposed when it goes.
+class PixRef {
+ public:
+  explicit PixRef(const RPixSuite1* pix) : pix_(pix) {}
+  ~PixRef() { reset(); }
+  PixRef(const PixRef&) = delete;
+  PixRef& operator=(const PixRef&) = delete;
+  RPixHandle* slot() { return &h_; }
+  RPixHandle get() const { return h_; }
+  void reset() {
+    if (h_ != nullptr) pix_->dispose(h_);
+    h_ = nullptr;
+  }
+
+ private:
+  const RPixSuite1* pix_;
+  RPixHandle h_ = nullptr;
+};
+
+// Reads the layout block held by a cache buffer into `out`. Only buffers tagged as ours and
+// large enough for their count are read; anything else under the key leaves `out` as it was.
+void ReadEntry(const RPixSuite1* pix, RPixHandle h, LayoutRecord& out) {
+  uint32_t format = 0;
+  if (pix->get_pixel_format(h, &format) < 0 || format != kPixelFormatRaw) return;
+  void* pixels = nullptr;
+  if (pix->get_pixels(h, kRPixAccessRead, &pixels) < 0 || pixels == nullptr) return;
+  // A raw buffer is one row of its byte size: the count is never trusted beyond it.
+  int32_t row_bytes = 0;
+  if (pix->get_row_bytes(h, &row_bytes) < 0 || row_bytes < int32_t(sizeof(uint64_t))) return;
+  uint64_t count = 0;
+  std::memcpy(&count, pixels, sizeof count);
+  if (count > uint64_t(row_bytes) - sizeof count) return;
+  std::u16string text(size_t(count / 2), u'\0');
+  std::memcpy(text.data(), static_cast<const uint8_t*>(pixels) + sizeof count, text.size() * 2);
+  TextToLayout(text.data(), text.size(), out);
+}
+
+// Creates a raw buffer holding the layout block of `text` and adds it under `key`. Returns
+// false when a host call fails (nothing is left behind then).
+bool AddEntry(const CacheSuites& s, const char* key, const std::u16string& text) {
+  const uint64_t count = uint64_t(text.size()) * 2;
+  PixRef created(s.pix());
+  if (s.creator()->create(created.slot(), kRPixKindRaw, kPixelFormatRaw, 1, 1, 1, 1,
+                          count + sizeof count) < 0 ||
+      created.get() == nullptr)
+    return false;
+  void* pixels = nullptr;
+  if (s.pix()->get_pixels(created.get(), kRPixAccessWrite, &pixels) < 0 || pixels == nullptr)
+    return false;
+  std::memcpy(pixels, &count, sizeof count);
+  std::memcpy(static_cast<uint8_t*>(pixels) + sizeof count, text.data(), size_t(count));
+  return s.cache()->add(key, created.get()) >= 0;
+}
+
+}  // namespace
+
+void FormatLayoutKey(const uint8_t hash[16], char key[37]) {
+  // The first three groups are byte-reversed, the last two are not (the GUID text form), so
+  // that keys match what earlier runs stored.
+  static const int kOrder[16] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
+  static const char kDigits[] = "0123456789abcdef";
+  char* p = key;
+  for (int i = 0; i < 16; ++i) {
+    if (i == 4 || i == 6 || i == 8 || i == 10) *p++ = '-';
+    uint8_t b = hash[kOrder[i]];
+    *p++ = kDigits[b >> 4];
+    *p++ = kDigits[b & 15];
+  }
+  *p = '\0';
+}
+
+void MakeLayoutKey(const uint8_t* block, size_t size, char key[37]) {
+  vxcore::MixHash hash;
+  hash.MixInData(kKeySalt, kKeySaltLength);
+  if (size > 0) hash.MixInData(block, size);
+  uint8_t digest[16];
+  hash.Finish(digest);
+  FormatLayoutKey(digest, key);
+}
+
+void LockCompositionMutex() {
+  g_composition_mutex.lock();
+}
+void UnlockCompositionMutex() {
+  g_composition_mutex.unlock();
+}
+
+void BuildTextLayout(const uint8_t* block, size_t size, LayoutRecord& out, InputRecord* in,
+                     OutputRecord* /*out_record*/) {
+  CacheSuites suites(in);
+  if (!suites.ok()) return;
+  char key[37];
+  MakeLayoutKey(block, size, key);
+
+  PixRef found(suites.pix());
+  if (suites.cache()->lookup(key, found.slot()) < 0) found.reset();
+  if (found.get() == nullptr) {
+    std::lock_guard<vxcore::RecursiveMutex> lock(g_composition_mutex);
+    if (suites.cache()->lookup(key, found.slot()) < 0) found.reset();
+    if (found.get() == nullptr) {
+      KTE::DocumentPtr doc = KTE::MakeDocument(block, size);
+      LayoutRecord composed;
+      KTE::Compose(*doc, composed);
+      std::u16string text = LayoutToText(composed);
+      if (!AddEntry(suites, key, text)) return;
+      // The entry now holds exactly this text; reading it back from here gives the same record
+      // as reading the buffer, and does not depend on the entry surviving eviction.
+      TextToLayout(text.data(), text.size(), out);
+      return;
+    }
+  }
+  ReadEntry(suites.pix(), found.get(), out);
+}
+
+VxStatus GetLayoutFromParam(InputRecord* in, OutputRecord* out_record, ParamList* params,
+                            LayoutRecord& out) {
+  if (in == nullptr || in->utils == nullptr || params == nullptr || params->params == nullptr ||
+      params->count <= kSourceTextIndex || params->params[kSourceTextIndex] == nullptr)
+    return kStatusStructDamaged;
+  VxHandle handle = params->params[kSourceTextIndex]->u.arb_d.value;
+  if (handle == nullptr || *handle == nullptr) return kStatusStructDamaged;
+  uint64_t size = in->utils->get_handle_size(handle);
+  if (size == 0) return kStatusStructDamaged;
+  std::vector<uint8_t> copy(static_cast<const uint8_t*>(*handle),
+                            static_cast<const uint8_t*>(*handle) + size);
+  BuildTextLayout(copy.data(), copy.size(), out, in, out_record);
+  return kStatusOk;
+}
+
+}  // namespace vetext
