@@ -1,0 +1,479 @@
+// `vetext render`: the Text effect over a generated background, a picture, an image sequence or
+// a video, through the reference host, into a PNG, a PNG sequence or a video.
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "commands.h"
+#include "doc_options.h"
+#include "document/document_json.h"
+#include "keyframes.h"
+#include "media_background.h"
+#include "media_convert.h"
+#include "media_decode.h"
+#include "media_encode.h"
+#include "media_image.h"
+#include "media_progress.h"
+#include "vetext/host/host.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+}
+
+namespace vetext_tool {
+namespace {
+
+// Parameter indices of the effect (the id of each parameter equals its index).
+constexpr int32_t kSourceText = 1, kPosition = 3, kScale = 4, kHScale = 5, kUniform = 6,
+                  kRotation = 7, kOpacity = 8, kAnchor = 9;
+
+struct RenderArgs {
+  std::string input;
+  std::string output = "vetext.png";
+  std::string background = "pattern";
+  std::string size = "1920x1080";
+  double duration = 5.0;
+  double fps = 30.0;
+  double time = 0.0;
+  std::string project;
+  std::string save_project;
+  std::string format = "bgra";
+  std::string module;
+  int threads = 1;
+  std::vector<std::string> position, scale, hscale, rotation, opacity, anchor;
+  bool no_uniform = false;
+  DocumentOptions doc;
+  // Set after parsing: which options the user gave.
+  std::set<std::string> given;
+  bool doc_given = false;
+};
+
+struct Tracks {
+  Track position, scale, hscale, rotation, opacity, anchor;
+};
+
+bool ParseSize(const std::string& text, int32_t* w, int32_t* h) {
+  int a = 0, b = 0;
+  char x = 0, extra = 0;
+  if (std::sscanf(text.c_str(), "%d%c%d%c", &a, &x, &b, &extra) != 3 || (x != 'x' && x != 'X'))
+    return false;
+  if (a < 1 || b < 1 || a > 16384 || b > 16384) return false;
+  *w = a;
+  *h = b;
+  return true;
+}
+
+bool ParseTracks(const RenderArgs& a, Tracks* t, std::string* error) {
+  struct Spec {
+    const char* name;
+    const std::vector<std::string>* values;
+    int components;
+    Track* track;
+  } specs[] = {
+      {"--position", &a.position, 2, &t->position}, {"--scale", &a.scale, 1, &t->scale},
+      {"--hscale", &a.hscale, 1, &t->hscale},       {"--rotation", &a.rotation, 1, &t->rotation},
+      {"--opacity", &a.opacity, 1, &t->opacity},    {"--anchor", &a.anchor, 2, &t->anchor}};
+  for (const Spec& s : specs)
+    for (const std::string& v : *s.values)
+      if (!ParseTrackValue(s.name, v, s.components, s.track, error)) return false;
+  return CheckTrackRange("--scale", t->scale, 25, 400, error) &&
+         CheckTrackRange("--hscale", t->hscale, 25, 400, error) &&
+         CheckTrackRange("--opacity", t->opacity, 0, 100, error);
+}
+
+void ApplyTrack(vxhost::Instance& inst, int32_t index, const Track& track) {
+  auto value = [](const KeyValue& k) {
+    vxhost::ParamValue v;
+    v.x = k.x;
+    v.y = k.y;
+    return v;
+  };
+  if (track.constant) inst.SetValue(index, value(*track.constant));
+  for (const auto& [time, k] : track.keys) inst.SetValue(index, value(k), time);
+}
+
+bool ReadFile(const std::string& path, std::vector<uint8_t>* bytes, std::string* error) {
+  std::ifstream f(path, std::ios::binary);
+  if (!f) {
+    *error = "cannot open '" + path + "': " + std::strerror(errno);
+    return false;
+  }
+  bytes->assign(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+  return true;
+}
+
+bool WriteFile(const std::string& path, const std::vector<uint8_t>& bytes, std::string* error) {
+  std::ofstream f(path, std::ios::binary | std::ios::trunc);
+  if (f) f.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+  if (!f) {
+    *error = "cannot write '" + path + "': " + std::strerror(errno);
+    return false;
+  }
+  return true;
+}
+
+// Renders frames through one instance, several at a time when asked. Each slot keeps its own
+// host frames so that nothing is allocated per frame.
+class FrameRenderer {
+ public:
+  FrameRenderer(vxhost::Instance& inst, int32_t w, int32_t h, uint32_t format, int threads)
+      : inst_(inst) {
+    for (int i = 0; i < threads; ++i) slots_.push_back(std::make_unique<Slot>(w, h, format));
+  }
+  size_t capacity() const { return slots_.size(); }
+
+  // Renders `images[i]` at `times[i]` in place, for i < images.size() <= capacity().
+  bool Render(std::vector<Image>& images, const std::vector<double>& times, std::string* error) {
+    const size_t n = images.size();
+    std::vector<std::thread> workers;
+    for (size_t i = 1; i < n; ++i)
+      workers.emplace_back([&, i] { RenderOne(*slots_[i], images[i], times[i]); });
+    RenderOne(*slots_[0], images[0], times[0]);
+    for (auto& w : workers) w.join();
+    for (size_t i = 0; i < n; ++i) {
+      if (slots_[i]->status != 0) {
+        char buf[96];
+        std::snprintf(buf, sizeof buf, "the effect failed at %.3f s with status %d", times[i],
+                      int(slots_[i]->status));
+        *error = buf;
+        const char* msg = inst_.last_output().message;
+        if (msg[0] != 0) *error += std::string(": ") + msg;
+        return false;
+      }
+    }
+    return true;
+  }
+
+ private:
+  struct Slot {
+    Slot(int32_t w, int32_t h, uint32_t format) : in(w, h, format), out(w, h, format) {}
+    vxhost::Frame in, out;
+    VxStatus status = 0;
+  };
+  void RenderOne(Slot& s, Image& image, double time) {
+    ImageToFrame(image, s.in);
+    s.status = inst_.Render(time, s.in, s.out);
+    if (s.status == 0) FrameToImage(s.out, &image);
+  }
+  vxhost::Instance& inst_;
+  std::vector<std::unique_ptr<Slot>> slots_;
+};
+
+int RunRender(RenderArgs& a) {
+  std::string error;
+  // ---- options ------------------------------------------------------------------------------
+  Tracks tracks;
+  if (!ParseTracks(a, &tracks, &error)) return Fail(error);
+  uint32_t format;
+  if (a.format == "bgra") {
+    format = kPixelFormatBGRA;
+  } else if (a.format == "vuya") {
+    format = kPixelFormatVUYA;
+  } else {
+    return Fail("bad --format '" + a.format + "': expected bgra or vuya");
+  }
+  if (a.threads < 1 || a.threads > 64) return Fail("--threads must be 1 to 64");
+  if (!(a.fps > 0 && a.fps <= 1000)) return Fail("--fps must be above 0 and at most 1000");
+  if (!(a.duration > 0 && a.duration <= 86400)) return Fail("--duration must be above 0");
+  if (!(a.time >= 0 && std::isfinite(a.time))) return Fail("--time must not be negative");
+  OutputKind kind;
+  if (!ClassifyOutput(a.output, &kind, &error)) return Fail(error);
+  if (a.given.count("--time") && kind != OutputKind::kStill)
+    return Fail("--time picks the picture of a single-picture output; use a .png output");
+  Background bg;
+  if (!ParseBackground(a.background, &bg, &error)) return Fail(error);
+  int32_t width = 0, height = 0;
+  if (!ParseSize(a.size, &width, &height))
+    return Fail("bad frame size '" + a.size + "': expected WxH, 1 to 16384 each");
+
+  // ---- input --------------------------------------------------------------------------------
+  std::unique_ptr<MediaReader> reader;
+  if (!a.input.empty()) {
+    if (a.given.count("background")) return Fail("--background applies only without --input");
+    if (a.given.count("size")) return Fail("the frame size comes from --input; leave out the size");
+    reader = std::make_unique<MediaReader>();
+    if (!reader->Open(a.input, &error)) return Fail(error);
+    width = reader->width();
+    height = reader->height();
+    if (!reader->is_still() && a.given.count("--fps"))
+      return Fail("the frame rate comes from --input; leave out --fps");
+  }
+  const bool moving_input = reader != nullptr && !reader->is_still();
+
+  // ---- the effect ---------------------------------------------------------------------------
+  vxhost::Host host;
+  std::string module_path = a.module.empty() ? vxhost::DefaultModulePath() : a.module;
+  std::unique_ptr<vxhost::Module> module = host.Load(module_path, &error);
+  if (!module) return Fail("cannot load the effect module '" + module_path + "': " + error);
+  if (VxStatus st = module->Setup(); st != 0) {
+    std::string msg = module->last_output().message;
+    return Fail("the effect module failed to start (status " + std::to_string(st) + ")" +
+                (msg.empty() ? "" : ": " + msg));
+  }
+  std::unique_ptr<vxhost::Instance> inst = module->CreateInstance();
+  if (!inst) return Fail("the effect module could not create an instance");
+
+  if (!a.project.empty()) {
+    std::vector<uint8_t> bytes;
+    if (!ReadFile(a.project, &bytes, &error)) return Fail(error);
+    if (!inst->LoadProject(bytes.data(), bytes.size(), &error))
+      return Fail("cannot load project '" + a.project + "': " + error);
+  }
+  if (a.project.empty() || a.doc_given) {
+    try {
+      vetext::DocumentRecord doc = BuildDocument(a.doc);
+      vxhost::ParamValue v;
+      v.bytes = vetext::WriteDocumentBlock(doc);
+      inst->SetValue(kSourceText, v);
+    } catch (const std::exception& e) {
+      return Fail(e.what());
+    }
+  }
+  ApplyTrack(*inst, kPosition, tracks.position);
+  ApplyTrack(*inst, kScale, tracks.scale);
+  ApplyTrack(*inst, kHScale, tracks.hscale);
+  ApplyTrack(*inst, kRotation, tracks.rotation);
+  ApplyTrack(*inst, kOpacity, tracks.opacity);
+  ApplyTrack(*inst, kAnchor, tracks.anchor);
+  if (a.no_uniform || !tracks.hscale.empty()) {
+    vxhost::ParamValue off;
+    off.flag = false;
+    inst->SetValue(kUniform, off);
+  }
+  if (!a.save_project.empty()) {
+    if (!WriteFile(a.save_project, inst->SaveProject(), &error)) return Fail(error);
+  }
+
+  // ---- frames -------------------------------------------------------------------------------
+  AVRational fps = moving_input ? reader->frame_rate() : av_d2q(a.fps, 100000);
+  int64_t total;  // frames to produce; 0 when the input does not say
+  if (kind == OutputKind::kStill) {
+    total = 1;
+  } else if (moving_input) {
+    int64_t cap = a.given.count("--duration") ? int64_t(std::llround(a.duration * av_q2d(fps))) : 0;
+    total = reader->frame_count();
+    if (cap > 0) total = total > 0 ? std::min(total, cap) : cap;
+  } else {
+    total = std::max<int64_t>(1, std::llround(a.duration * av_q2d(fps)));
+  }
+  const int64_t limit = moving_input && !a.given.count("--duration") ? INT64_MAX : total;
+
+  // The still picture (input or generated) under every frame when nothing moves.
+  Image still;
+  double still_time = 0;
+  if (reader && reader->is_still()) {
+    int got = reader->Next(&still, &still_time, &error);
+    if (got <= 0) return Fail(got < 0 ? error : "cannot read a picture from '" + a.input + "'");
+  } else if (!reader) {
+    still.Resize(width, height);
+    DrawBackground(bg, &still);
+  }
+
+  std::unique_ptr<VideoWriter> writer;
+  if (kind == OutputKind::kVideo) {
+    writer = std::make_unique<VideoWriter>();
+    if (!writer->Open(a.output, width, height, fps, moving_input ? reader->audio_stream() : nullptr,
+                      &error))
+      return Fail(error);
+    if (writer->audio_dropped())
+      std::fprintf(stderr, "vetext: warning: the input's audio does not fit '%s' and is left out\n",
+                   a.output.c_str());
+  }
+
+  auto pass_audio = [&]() {
+    if (!writer || !reader) return true;
+    auto& q = reader->audio_packets();
+    while (!q.empty()) {
+      AVPacket* p = q.front();
+      q.pop_front();
+      if (!writer->WriteAudio(p, &error)) return false;
+    }
+    return true;
+  };
+
+  // A single picture: the frame at --time.
+  if (kind == OutputKind::kStill) {
+    Image frame;
+    double t = a.time;
+    if (moving_input) {
+      // The last frame that starts at or before the time asked for (within half a frame).
+      const double slack = 0.5 / av_q2d(fps);
+      Image next;
+      double nt = 0;
+      bool have = false;
+      for (;;) {
+        int got = reader->Next(&next, &nt, &error);
+        if (got < 0) return Fail(error);
+        if (got == 0) break;
+        if (have && nt > a.time + slack) break;
+        std::swap(frame, next);
+        t = nt;
+        have = true;
+        if (nt >= a.time - slack) break;
+      }
+      if (!have) return Fail("no picture in '" + a.input + "'");
+    } else {
+      frame = still;
+    }
+    FrameRenderer renderer(*inst, width, height, format, 1);
+    std::vector<Image> batch{std::move(frame)};
+    if (!renderer.Render(batch, {t}, &error)) return Fail(error);
+    if (!WritePng(a.output, batch[0], &error)) return Fail(error);
+    return 0;
+  }
+
+  // Many pictures: batches of --threads frames rendered in parallel, written in order.
+  FrameRenderer renderer(*inst, width, height, format, a.threads);
+  ProgressBar progress(total, ProgressBar::StderrIsTerminal());
+  int64_t done = 0;
+  bool end = false;
+  std::vector<Image> batch;
+  std::vector<double> times;
+  while (!end && done < limit) {
+    batch.clear();
+    times.clear();
+    while (batch.size() < renderer.capacity() && done + int64_t(batch.size()) < limit) {
+      Image img;
+      double t;
+      if (moving_input) {
+        int got = reader->Next(&img, &t, &error);
+        if (got < 0) return Fail(error);
+        if (got == 0) {
+          end = true;
+          break;
+        }
+      } else {
+        img = still;
+        t = double(done + int64_t(batch.size())) / av_q2d(fps);
+      }
+      batch.push_back(std::move(img));
+      times.push_back(t);
+    }
+    if (batch.empty()) break;
+    if (!renderer.Render(batch, times, &error)) return Fail(error);
+    for (size_t i = 0; i < batch.size(); ++i) {
+      if (writer) {
+        if (!pass_audio() || !writer->WriteFrame(batch[i], &error)) return Fail(error);
+      } else if (!WritePng(SequenceFileName(a.output, done + 1), batch[i], &error)) {
+        return Fail(error);
+      }
+      ++done;
+      progress.Update(done);
+    }
+  }
+  progress.Finish();
+  if (done == 0) return Fail("no picture in '" + a.input + "'");
+  if (writer && (!pass_audio() || !writer->Finish(&error))) return Fail(error);
+  return 0;
+}
+
+void Register(CLI::App& app) {
+  auto args = std::make_shared<RenderArgs>();
+  CLI::App* sub = app.add_subcommand(
+      "render",
+      "Render the Text effect over a generated background, a picture, an image sequence or a "
+      "video, into a PNG, a PNG sequence (out_%04d.png) or a video (.mp4, .mkv, .mov).");
+  AddDocumentOptions(*sub, args->doc);
+  std::set<const CLI::Option*> doc_options;
+  for (const CLI::Option* o : sub->get_options()) doc_options.insert(o);
+
+  const std::string media = "Input and output";
+  sub->add_option("-i,--input", args->input,
+                  "Picture, image sequence (frame_%04d.png) or video to draw over; none: a "
+                  "generated background")
+      ->group(media);
+  sub->add_option("-o,--output", args->output,
+                  "vetext.png (one picture), a pattern like out_%04d.png, or a video file")
+      ->capture_default_str()
+      ->group(media);
+  sub->add_option("--background", args->background,
+                  "Without --input: pattern (colour bars and a grid), color:#RRGGBB, gradient or "
+                  "gradient:#RRGGBB,#RRGGBB")
+      ->capture_default_str()
+      ->group(media);
+  // "--size" belongs to the document options when they use it for the font size.
+  const bool size_free = sub->get_option_no_throw("--size") == nullptr;
+  sub->add_option(size_free ? "--size,--frame-size" : "--frame-size", args->size,
+                  "Without --input: frame size WxH")
+      ->capture_default_str()
+      ->group(media);
+  sub->add_option("--duration", args->duration,
+                  "Seconds of video without a moving input; with one, stop after this long")
+      ->capture_default_str()
+      ->group(media);
+  sub->add_option("--fps", args->fps, "Frames per second without a moving input")
+      ->capture_default_str()
+      ->group(media);
+  sub->add_option("--time", args->time, "Seconds: the moment a single-picture output shows")
+      ->capture_default_str()
+      ->group(media);
+  sub->add_option("--format", args->format,
+                  "Pixel format handed to the effect: bgra or vuya (BT.709 full range)")
+      ->capture_default_str()
+      ->group(media);
+  sub->add_option("--threads", args->threads, "Frames rendered at once")
+      ->capture_default_str()
+      ->group(media);
+  sub->add_option("--module", args->module, "The effect module to load (default: the built one)")
+      ->group(media);
+
+  const std::string project = "Project";
+  sub->add_option("--project", args->project,
+                  "Start from a saved project; options given here override its values")
+      ->group(project);
+  sub->add_option("--save-project", args->save_project, "Save the parameters and document here")
+      ->group(project);
+
+  const std::string transform =
+      "Transform (each a constant, or keyframes T=V in seconds, repeated or as 'T=V;T=V', linear "
+      "between keys)";
+  sub->add_option("--position", args->position,
+                  "X,Y layer pixels where the text's alignment "
+                  "point goes (default: the frame's centre)")
+      ->group(transform);
+  sub->add_option("--scale", args->scale, "Percent, 25 to 400 (vertical when not uniform)")
+      ->group(transform);
+  sub->add_option("--hscale", args->hscale, "Horizontal percent, 25 to 400 (implies --no-uniform)")
+      ->group(transform);
+  sub->add_flag("--no-uniform", args->no_uniform, "Scale the axes separately")->group(transform);
+  sub->add_option("--rotation", args->rotation, "Degrees, clockwise")->group(transform);
+  sub->add_option("--opacity", args->opacity, "Percent, 0 to 100")->group(transform);
+  sub->add_option("--anchor", args->anchor,
+                  "X,Y layer pixels about which scale and rotation act (default: the centre)")
+      ->group(transform);
+  for (CLI::Option* o :
+       {sub->get_option("--position"), sub->get_option("--scale"), sub->get_option("--hscale"),
+        sub->get_option("--rotation"), sub->get_option("--opacity"), sub->get_option("--anchor")})
+    o->allow_extra_args(false)->take_all()->type_size(1)->expected(1);
+
+  sub->final_callback([sub, args, doc_options]() {
+    for (const CLI::Option* o : sub->get_options()) {
+      if (o->count() == 0) continue;
+      if (doc_options.count(o)) {
+        if (o->get_name() != "--help") args->doc_given = true;
+      } else {
+        args->given.insert(o->get_name());
+      }
+    }
+    if (args->given.count("--size") || args->given.count("--frame-size"))
+      args->given.insert("size");
+    if (args->given.count("--background")) args->given.insert("background");
+    SetExitStatus(RunRender(*args));
+  });
+}
+
+const Registrar registrar("render", 10, Register);
+
+}  // namespace
+}  // namespace vetext_tool
