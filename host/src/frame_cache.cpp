@@ -130,8 +130,8 @@ namespace {
 
 std::array<std::atomic<FrameCache::Impl*>, kMaxCaches> g_caches{};
 
-int32_t Create(RPixHandle* out, int32_t kind, uint32_t pixel_format, int32_t width,
-               int32_t height, int32_t par_num, int32_t par_den, uint64_t byte_size) {
+int32_t Create(RPixHandle* out, int32_t kind, uint32_t pixel_format, int32_t width, int32_t height,
+               int32_t par_num, int32_t par_den, uint64_t byte_size) {
   if (!out) return -1;
   *out = nullptr;
   if (width <= 0 || height <= 0 || par_den == 0) return -1;
@@ -229,7 +229,7 @@ int32_t PixGetFormat(RPixHandle h, uint32_t* pixel_format) {
   *pixel_format = e->format;
   return 0;
 }
-constexpr RPixSuite1 kPix{&PixDispose,    &PixGetPixels, &PixGetBounds,
+constexpr RPixSuite1 kPix{&PixDispose,     &PixGetPixels, &PixGetBounds,
                           &PixGetRowBytes, &PixGetAspect, &PixGetFormat};
 
 std::mutex g_slot_mutex;
@@ -273,8 +273,14 @@ CacheStats FrameCache::Stats() const {
   return impl_->stats;
 }
 
-const RPixSuite1* FrameCache::pix_suite() const { return &kPix; }
-const RPixCacheSuite6* FrameCache::cache_suite() const { return &kCacheTables[impl_->slot]; }
-const RPixCreatorSuite3* FrameCache::creator_suite() const { return &kCreator; }
+const RPixSuite1* FrameCache::pix_suite() const {
+  return &kPix;
+}
+const RPixCacheSuite6* FrameCache::cache_suite() const {
+  return &kCacheTables[impl_->slot];
+}
+const RPixCreatorSuite3* FrameCache::creator_suite() const {
+  return &kCreator;
+}
 
 }  // namespace vxhost

@@ -28,7 +28,9 @@ int32_t BytesPerPixel(uint32_t pixel_format) {
   }
 }
 
-double FixedToDouble(VxFixed f) { return double(f) / 65536.0; }
+double FixedToDouble(VxFixed f) {
+  return double(f) / 65536.0;
+}
 
 VxFixed DoubleToFixed(double d) {
   double v = std::round(d * 65536.0);
@@ -116,10 +118,10 @@ VxStatus CopyLayer(EffectRef, const OutputLayer* src, OutputLayer* dst, const Vx
   const int32_t hgt = std::min(s.bottom - s.top, d.bottom - d.top);
   if (w <= 0 || hgt <= 0) return kStatusOk;
   for (int32_t y = 0; y < hgt; ++y) {
-    const auto* from = static_cast<const uint8_t*>(src->data) +
-                       int64_t(s.top + y) * src->row_bytes + s.left * bpp;
-    auto* to = static_cast<uint8_t*>(dst->data) + int64_t(d.top + y) * dst->row_bytes +
-               d.left * bpp;
+    const auto* from =
+        static_cast<const uint8_t*>(src->data) + int64_t(s.top + y) * src->row_bytes + s.left * bpp;
+    auto* to =
+        static_cast<uint8_t*>(dst->data) + int64_t(d.top + y) * dst->row_bytes + d.left * bpp;
     std::memmove(to, from, size_t(w * bpp));
   }
   return kStatusOk;
@@ -173,10 +175,9 @@ struct HostSlot {
     return h ? h->SegmentParam(node, index, time, out) : -1;
   }
 
-  static constexpr UtilCallbacks kUtils{&Register,   &Unregister,     &LookupString,
-                                        &AddParam,   &CopyText,       &CopyMessage,
-                                        &NewHandle,  &DisposeHandle,  &GetHandleSize,
-                                        &CopyLayer};
+  static constexpr UtilCallbacks kUtils{&Register,      &Unregister,  &LookupString, &AddParam,
+                                        &CopyText,      &CopyMessage, &NewHandle,    &DisposeHandle,
+                                        &GetHandleSize, &CopyLayer};
   static constexpr SuiteServices kSuites{&Acquire, &Release};
   static constexpr GPUSuiteAccessor kGPU{&Acquire, &Release};
   static constexpr VideoSegmentSuite6 kSegment{&SegmentParam};
@@ -205,13 +206,25 @@ constexpr auto kSegmentTables = MakeSegment(std::make_index_sequence<kMaxHosts>{
 
 }  // namespace
 
-void DisposeHostHandle(VxHandle h) { DisposeHandle(h); }
+void DisposeHostHandle(VxHandle h) {
+  DisposeHandle(h);
+}
 
-Host::Impl* HostInSlot(size_t slot) { return g_hosts[slot].load(); }
-const UtilCallbacks* UtilTable(size_t slot) { return &kUtilTables[slot]; }
-const SuiteServices* SuiteTable(size_t slot) { return &kSuiteTables[slot]; }
-const GPUSuiteAccessor* GPUSuiteTable(size_t slot) { return &kGPUTables[slot]; }
-const VideoSegmentSuite6* SegmentTable(size_t slot) { return &kSegmentTables[slot]; }
+Host::Impl* HostInSlot(size_t slot) {
+  return g_hosts[slot].load();
+}
+const UtilCallbacks* UtilTable(size_t slot) {
+  return &kUtilTables[slot];
+}
+const SuiteServices* SuiteTable(size_t slot) {
+  return &kSuiteTables[slot];
+}
+const GPUSuiteAccessor* GPUSuiteTable(size_t slot) {
+  return &kGPUTables[slot];
+}
+const VideoSegmentSuite6* SegmentTable(size_t slot) {
+  return &kSegmentTables[slot];
+}
 
 size_t ClaimHostSlot(Host::Impl* host) {
   std::lock_guard lock(g_host_slot_mutex);
@@ -293,7 +306,9 @@ Host::Impl::Impl(uint64_t cache_budget) : cache(cache_budget) {
   viewer.host = this;
 }
 
-Host::Impl::~Impl() { FreeHostSlot(slot); }
+Host::Impl::~Impl() {
+  FreeHostSlot(slot);
+}
 
 VxHandle Host::Impl::NewHandle(uint64_t size) {
   if (size > kHandleMaxBytes) return nullptr;
@@ -413,13 +428,27 @@ std::unique_ptr<Module> Host::Load(const std::string& path, std::string* error) 
   return std::unique_ptr<Module>(new Module(std::move(impl)));
 }
 
-FrameCache& Host::cache() { return impl_->cache; }
-Faults& Host::faults() { return impl_->faults; }
-HostStats& Host::stats() { return impl_->stats; }
-const SuiteServices* Host::suite_services() const { return impl_->suites; }
-const UtilCallbacks* Host::utils() const { return impl_->utils; }
-const GPUSuiteAccessor* Host::gpu_suites() const { return impl_->gpu_suites; }
-ViewerTransform& Host::viewer() { return impl_->viewer.transform; }
+FrameCache& Host::cache() {
+  return impl_->cache;
+}
+Faults& Host::faults() {
+  return impl_->faults;
+}
+HostStats& Host::stats() {
+  return impl_->stats;
+}
+const SuiteServices* Host::suite_services() const {
+  return impl_->suites;
+}
+const UtilCallbacks* Host::utils() const {
+  return impl_->utils;
+}
+const GPUSuiteAccessor* Host::gpu_suites() const {
+  return impl_->gpu_suites;
+}
+ViewerTransform& Host::viewer() {
+  return impl_->viewer.transform;
+}
 
 std::vector<DrawnPath> Host::drawn_paths() const {
   std::lock_guard lock(impl_->draw_mutex);
@@ -466,7 +495,8 @@ Frame::Frame(int32_t width, int32_t height, uint32_t pixel_format, bool bottom_u
   }
 }
 
-Frame::Frame(const Frame& other) : storage_(other.storage_), layer_(other.layer_), bpp_(other.bpp_) {
+Frame::Frame(const Frame& other)
+    : storage_(other.storage_), layer_(other.layer_), bpp_(other.bpp_) {
   if (other.layer_.data) {
     const auto offset = static_cast<const uint8_t*>(other.layer_.data) - other.storage_.data();
     layer_.data = storage_.data() + offset;

@@ -111,14 +111,14 @@ struct Module::Impl {
 // The stored value of one parameter.
 struct Keyframe {
   double time = 0;
-  ParamValue value;         // numeric parameters
+  ParamValue value;           // numeric parameters
   VxHandle handle = nullptr;  // arbitrary data
 };
 enum class ValueMode : uint8_t { kDefault = 0, kConstant = 1, kKeyframes = 2 };
 struct ParamSlot {
   ValueMode mode = ValueMode::kDefault;
   ParamValue constant;
-  VxHandle handle = nullptr;  // arbitrary data, constant mode
+  VxHandle handle = nullptr;   // arbitrary data, constant mode
   std::vector<Keyframe> keys;  // sorted by time
 };
 

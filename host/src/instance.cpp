@@ -375,8 +375,8 @@ void Instance::ResetValue(int32_t index) {
   const ParamDef& def = inst.decl[size_t(index)];
   VxHandle fresh = nullptr;
   if (def.param_type == kParamTypeArbitrary)
-    fresh = def.u.arb_d.dephault ? inst.CopyValue(index, def.u.arb_d.dephault)
-                                 : inst.NewValue(index);
+    fresh =
+        def.u.arb_d.dephault ? inst.CopyValue(index, def.u.arb_d.dephault) : inst.NewValue(index);
   std::vector<VxHandle> dropped;
   {
     std::unique_lock lock(inst.store_mutex);
@@ -399,7 +399,9 @@ void Instance::SetLayerSize(int32_t width, int32_t height) {
   impl_->layer_height.store(height);
 }
 
-int32_t Instance::node_id() const { return impl_->node_id; }
+int32_t Instance::node_id() const {
+  return impl_->node_id;
+}
 
 ParamDef Instance::ParamAt(int32_t index, double time) {
   Impl& inst = *impl_;
@@ -409,8 +411,7 @@ ParamDef Instance::ParamAt(int32_t index, double time) {
     inst.param_at_temp = nullptr;
   }
   bool temp = false;
-  ParamDef def =
-      inst.DefAt(index, time, inst.layer_width.load(), inst.layer_height.load(), &temp);
+  ParamDef def = inst.DefAt(index, time, inst.layer_width.load(), inst.layer_height.load(), &temp);
   if (temp) {
     inst.param_at_temp = def.u.arb_d.value;
     inst.param_at_index = index;
@@ -464,8 +465,7 @@ VxStatus Instance::Render(double time, const Frame& in, Frame& out, const Render
   OutputRecord result{};
   result.global_data = inst.module->global_data;
   result.sequence_data = inst.sequence_data;
-  VxStatus st =
-      inst.module->Call(kCmdRender, &rec, &result, &params.list, out.layer(), nullptr);
+  VxStatus st = inst.module->Call(kCmdRender, &rec, &result, &params.list, out.layer(), nullptr);
   params.Release(inst);
   inst.SetOutput(result);
   return st;
@@ -511,7 +511,9 @@ const ParamDef& Instance::ui_param(int32_t index) const {
   return impl_->ui[size_t(index)];
 }
 
-const OutputRecord& Instance::last_output() const { return impl_->last_output; }
+const OutputRecord& Instance::last_output() const {
+  return impl_->last_output;
+}
 
 // ---- the video segment suite ----------------------------------------------------------------
 
@@ -576,7 +578,9 @@ VxStatus ViewerToLayer(void* host_data, VxFixed* x, VxFixed* y) {
   return kStatusOk;
 }
 constexpr EventCallbacks kViewerCallbacks{&LayerToViewer, &ViewerToLayer};
-const EventCallbacks* ViewerCallbacks() { return &kViewerCallbacks; }
+const EventCallbacks* ViewerCallbacks() {
+  return &kViewerCallbacks;
+}
 }  // namespace
 
 }  // namespace vxhost

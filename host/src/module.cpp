@@ -40,8 +40,12 @@ Module::~Module() {
   if (impl_->library) dlclose(impl_->library);
 }
 
-EffectMainFunc Module::effect_main() const { return impl_->main; }
-GPUFilterEntryFunc Module::gpu_entry() const { return impl_->gpu; }
+EffectMainFunc Module::effect_main() const {
+  return impl_->main;
+}
+GPUFilterEntryFunc Module::gpu_entry() const {
+  return impl_->gpu;
+}
 
 VxStatus Module::Setup() {
   VxStatus st = GlobalSetup();
@@ -131,17 +135,27 @@ VxStatus Module::GlobalSetdown() {
   return st;
 }
 
-const std::vector<ParamDef>& Module::params() const { return impl_->params; }
-int32_t Module::declared_param_count() const { return impl_->num_params; }
+const std::vector<ParamDef>& Module::params() const {
+  return impl_->params;
+}
+int32_t Module::declared_param_count() const {
+  return impl_->num_params;
+}
 
 std::string Module::LookupLabel(int32_t index) const {
   if (!impl_->registered) return "";
   return LookupLabelText(impl_->token, index);
 }
 
-const OutputRecord& Module::last_output() const { return impl_->last_output; }
-std::vector<uint32_t> Module::supported_formats() const { return impl_->formats; }
-Host& Module::host() { return *impl_->host_public; }
+const OutputRecord& Module::last_output() const {
+  return impl_->last_output;
+}
+std::vector<uint32_t> Module::supported_formats() const {
+  return impl_->formats;
+}
+Host& Module::host() {
+  return *impl_->host_public;
+}
 
 std::unique_ptr<Instance> Module::CreateInstance(VxStatus* status) {
   Impl& m = *impl_;

@@ -10,7 +10,9 @@ namespace vxhost {
 
 namespace {
 
-RefTarget* TargetOf(EffectRef ref) { return reinterpret_cast<RefTarget*>(ref); }
+RefTarget* TargetOf(EffectRef ref) {
+  return reinterpret_cast<RefTarget*>(ref);
+}
 
 // ---- "PF Pixel Format Suite" ----------------------------------------------------------------
 
@@ -112,7 +114,9 @@ constexpr ParamUtilsSuite3 kParamUtils{&UpdateParamUI, &CheckoutParam, &CheckinP
 
 // ---- "DRAWBOT ..." suites: the drawer, supplier and surface are the host's viewer context --
 
-ViewerContext* ViewerOf(void* p) { return static_cast<ViewerContext*>(p); }
+ViewerContext* ViewerOf(void* p) {
+  return static_cast<ViewerContext*>(p);
+}
 
 int32_t GetSupplier(DrawbotDrawerRef drawer, DrawbotSupplierRef* out) {
   if (!drawer || !out) return -1;
@@ -147,10 +151,12 @@ int32_t LineTo(DrawbotPathRef path, float x, float y) {
 int32_t AddRect(DrawbotPathRef path, float left, float top, float width, float height) {
   return AddOp(path, PathOp{PathOp::kRect, left, top, width, height});
 }
-int32_t ClosePath(DrawbotPathRef path) { return AddOp(path, PathOp{PathOp::kClose}); }
+int32_t ClosePath(DrawbotPathRef path) {
+  return AddOp(path, PathOp{PathOp::kClose});
+}
 
-int32_t Paint(DrawbotSurfaceRef surface, const DrawbotColor* color, DrawbotPathRef path,
-              bool fill, float width) {
+int32_t Paint(DrawbotSurfaceRef surface, const DrawbotColor* color, DrawbotPathRef path, bool fill,
+              float width) {
   if (!surface || !color || !path) return -1;
   ViewerContext* v = ViewerOf(surface);
   DrawnPath drawn;
@@ -177,11 +183,23 @@ constexpr DrawbotSurfaceSuite1 kSurface{&StrokePath, &FillPath};
 
 }  // namespace
 
-const PixelFormatSuite1* PixelFormatTable() { return &kPixelFormat; }
-const ParamUtilsSuite3* ParamUtilsTable() { return &kParamUtils; }
-const DrawbotDrawSuite1* DrawTable() { return &kDraw; }
-const DrawbotSupplierSuite1* SupplierTable() { return &kSupplier; }
-const DrawbotPathSuite1* PathTable() { return &kPath; }
-const DrawbotSurfaceSuite1* SurfaceTable() { return &kSurface; }
+const PixelFormatSuite1* PixelFormatTable() {
+  return &kPixelFormat;
+}
+const ParamUtilsSuite3* ParamUtilsTable() {
+  return &kParamUtils;
+}
+const DrawbotDrawSuite1* DrawTable() {
+  return &kDraw;
+}
+const DrawbotSupplierSuite1* SupplierTable() {
+  return &kSupplier;
+}
+const DrawbotPathSuite1* PathTable() {
+  return &kPath;
+}
+const DrawbotSurfaceSuite1* SurfaceTable() {
+  return &kSurface;
+}
 
 }  // namespace vxhost

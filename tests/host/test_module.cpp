@@ -121,7 +121,9 @@ VxStatus ParamsSetup(InputRecord* in, OutputRecord* out) {
   return kStatusOk;
 }
 
-uint8_t Byte(VxFixed f) { return uint8_t(f >> 16); }
+uint8_t Byte(VxFixed f) {
+  return uint8_t(f >> 16);
+}
 
 VxStatus Render(InputRecord* in, ParamList* params, OutputLayer* layer) {
   uint32_t format = kPixelFormatBad;
@@ -138,15 +140,16 @@ VxStatus Render(InputRecord* in, ParamList* params, OutputLayer* layer) {
   if (size == 0) return kStatusStructDamaged;
 
   // The document goes through the frame cache, keyed by its bytes, the way layouts do.
-  auto* cache = static_cast<const RPixCacheSuite6*>(
-      Acquire(in, kRPixCacheSuiteName, kRPixCacheSuiteVersion));
+  auto* cache =
+      static_cast<const RPixCacheSuite6*>(Acquire(in, kRPixCacheSuiteName, kRPixCacheSuiteVersion));
   auto* creator = static_cast<const RPixCreatorSuite3*>(
       Acquire(in, kRPixCreatorSuiteName, kRPixCreatorSuiteVersion));
   auto* pix = static_cast<const RPixSuite1*>(Acquire(in, kRPixSuiteName, kRPixSuiteVersion));
   uint8_t first = 0;
   if (cache && creator && pix) {
     uint64_t hash = 1469598103934665603ull;
-    for (uint64_t i = 0; i < size; ++i) hash = (hash ^ static_cast<uint8_t*>(*doc)[i]) * 1099511628211ull;
+    for (uint64_t i = 0; i < size; ++i)
+      hash = (hash ^ static_cast<uint8_t*>(*doc)[i]) * 1099511628211ull;
     char key[64];
     std::snprintf(key, sizeof key, "test-%016llx-%llu", static_cast<unsigned long long>(hash),
                   static_cast<unsigned long long>(size));
@@ -159,9 +162,8 @@ VxStatus Render(InputRecord* in, ParamList* params, OutputLayer* layer) {
         pix->get_pixels(made, kRPixAccessWrite, &p);
         std::memcpy(p, *doc, size);
         cache->add(key, made);
-        pix->dispose(made);
+        h = made;  // another thread may evict it at once; the reference keeps it readable
       }
-      cache->lookup(key, &h);
     }
     if (h) {
       void* p = nullptr;
@@ -192,9 +194,9 @@ VxStatus UpdateUI(InputRecord* in, ParamList* params) {
   if (!pu) return kStatusSuiteThrew;
   ParamDef scale = *params->params[kScale];
   const bool uniform = params->params[kCheck]->u.bd.value != 0;
-  in->utils->copy_text(scale.name, sizeof scale.name,
-                       in->utils->lookup_string(reinterpret_cast<int64_t>(&g_table),
-                                                uniform ? 1 : 2, 0, 0));
+  in->utils->copy_text(
+      scale.name, sizeof scale.name,
+      in->utils->lookup_string(reinterpret_cast<int64_t>(&g_table), uniform ? 1 : 2, 0, 0));
   scale.ui_flags = uniform ? 0 : kParamUIFlagDisabled;
   pu->update_param_ui(in->effect_ref, kScale, &scale);
   in->suites->release(kParamUtilsSuiteName, kParamUtilsSuiteVersion);
@@ -208,8 +210,8 @@ VxStatus Changed(InputRecord* in, OutputRecord* out, ExtraRecord* extra) {
   if (!pu) return kStatusSuiteThrew;
   ParamDef def{};
   char text[64] = "checkout failed";
-  if (pu->checkout_param(in->effect_ref, extra->change.param_index, in->current_time,
-                         in->time_step, in->time_scale, &def) == 0) {
+  if (pu->checkout_param(in->effect_ref, extra->change.param_index, in->current_time, in->time_step,
+                         in->time_scale, &def) == 0) {
     if (def.param_type == kParamTypeArbitrary)
       std::snprintf(text, sizeof text, "bytes=%llu",
                     static_cast<unsigned long long>(in->utils->get_handle_size(def.u.arb_d.value)));
@@ -257,7 +259,9 @@ VxStatus Event(InputRecord* in, ExtraRecord* extra) {
   return kStatusOk;
 }
 
-bool Own(uint64_t refcon) { return refcon == 1 || refcon == 2; }
+bool Own(uint64_t refcon) {
+  return refcon == 1 || refcon == 2;
+}
 
 VxStatus Arbitrary(InputRecord* in, ExtraRecord* extra) {
   const UtilCallbacks* u = in->utils;
@@ -288,7 +292,8 @@ VxStatus Arbitrary(InputRecord* in, ExtraRecord* extra) {
       *r.u.flat_size.flat_size = uint32_t(u->get_handle_size(r.u.flat_size.handle));
       return kStatusOk;
     case kArbFlatten:
-      if (r.u.flatten.buf_size) std::memcpy(r.u.flatten.buf, *r.u.flatten.handle, r.u.flatten.buf_size);
+      if (r.u.flatten.buf_size)
+        std::memcpy(r.u.flatten.buf, *r.u.flatten.handle, r.u.flatten.buf_size);
       return kStatusOk;
     case kArbUnflatten: {
       VxHandle h = u->new_handle(r.u.unflatten.buf_size);

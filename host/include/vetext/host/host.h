@@ -36,7 +36,9 @@ class Frame {
   uint32_t pixel_format() const { return layer_.pixel_format; }
   int32_t bytes_per_pixel() const { return bpp_; }
   // Visual row y (0 on top).
-  uint8_t* row(int32_t y) { return static_cast<uint8_t*>(layer_.data) + int64_t(y) * layer_.row_bytes; }
+  uint8_t* row(int32_t y) {
+    return static_cast<uint8_t*>(layer_.data) + int64_t(y) * layer_.row_bytes;
+  }
   const uint8_t* row(int32_t y) const {
     return static_cast<const uint8_t*>(layer_.data) + int64_t(y) * layer_.row_bytes;
   }
@@ -82,9 +84,9 @@ struct Faults {
   // new_handle fails once HostStats.handles_allocated has reached this count (-1: never), so a
   // test sets it to stats().handles_allocated + N to let N more allocations succeed.
   int64_t fail_alloc_after = -1;
-  VxStatus registration_status = 0;         // non-zero: register_token fails with it
-  int32_t fail_add_param_at = -1;           // the n-th add_param (0-based) fails ...
-  VxStatus add_param_status = -1;           // ... with this status
+  VxStatus registration_status = 0;  // non-zero: register_token fails with it
+  int32_t fail_add_param_at = -1;    // the n-th add_param (0-based) fails ...
+  VxStatus add_param_status = -1;    // ... with this status
 };
 
 // Lifetime counters of a Host. live_handles and registrations are what is outstanding now (a
@@ -156,9 +158,9 @@ class Module {
 
 // One value of a parameter: what a keyframe holds.
 struct ParamValue {
-  double x = 0, y = 0;            // sliders and angles use x; points use x and y (layer pixels)
-  bool flag = false;              // checkboxes
-  std::vector<uint8_t> bytes;     // arbitrary data: the flat bytes
+  double x = 0, y = 0;         // sliders and angles use x; points use x and y (layer pixels)
+  bool flag = false;           // checkboxes
+  std::vector<uint8_t> bytes;  // arbitrary data: the flat bytes
 };
 
 struct RenderOptions {

@@ -1,0 +1,30 @@
+// Shared set-up of the host tests: a Host with the stand-in effect loaded and set up.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "vetext/host/host.h"
+
+namespace vxhost_test {
+
+// Parameter indices of the stand-in effect.
+enum { kDoc = 1, kScale = 2, kAngle = 3, kCheck = 4, kPoint = 5, kCount = 6 };
+
+inline std::unique_ptr<vxhost::Module> LoadTestModule(vxhost::Host& host) {
+  std::string error;
+  auto module = host.Load(HOST_TEST_MODULE, &error);
+  EXPECT_NE(module, nullptr) << error;
+  return module;
+}
+
+inline std::string Text(const std::vector<uint8_t>& bytes) {
+  return std::string(bytes.begin(), bytes.end());
+}
+inline std::vector<uint8_t> Bytes(const std::string& text) {
+  return std::vector<uint8_t>(text.begin(), text.end());
+}
+
+}  // namespace vxhost_test
