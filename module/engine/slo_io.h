@@ -114,6 +114,8 @@ class TreeWriter : public PDFWriter {
   void EndArray() override;
   void BeginDictionary() override;
   void EndDictionary() override;
+  using PDFWriter::WriteName;
+  using PDFWriter::WriteString;
 
   // True once a complete top-level value has been written.
   bool Done() const { return done_; }

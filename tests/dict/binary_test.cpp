@@ -128,31 +128,31 @@ TEST(BinaryForm, DamagedInputIsRefused) {
       {},
       {'K', 'T', 'D'},
       {'K', 'T', 'D', 'X', 1, 0x01},
-      {'K', 'T', 'D', 'B', 2, 0x01},           // unknown version
-      Bytes({}),                               // no value
-      Bytes({0x00}),                           // unknown tag
-      Bytes({0x0C}),                           // unknown tag
-      Bytes({0x09}),                           // end without begin
-      Bytes({0x0B}),                           // end without begin
-      Bytes({0x01, 0x01}),                     // data after the value
-      Bytes({0x03}),                           // integer without payload
-      Bytes({0x03, 0x80}),                     // truncated varint
+      {'K', 'T', 'D', 'B', 2, 0x01},                // unknown version
+      Bytes({}),                                    // no value
+      Bytes({0x00}),                                // unknown tag
+      Bytes({0x0C}),                                // unknown tag
+      Bytes({0x09}),                                // end without begin
+      Bytes({0x0B}),                                // end without begin
+      Bytes({0x01, 0x01}),                          // data after the value
+      Bytes({0x03}),                                // integer without payload
+      Bytes({0x03, 0x80}),                          // truncated varint
       Bytes({0x03, 0x80, 0x80, 0x80, 0x80, 0x10}),  // beyond 32 bits
       Bytes({0x03, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F}),
       Bytes({0x03, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x01}),
-      Bytes({0x04, 0x00, 0x00, 0x80}),         // short real
-      Bytes({0x05, 0x02, 0x41, 0x00, 0x42}),   // string shorter than its count
+      Bytes({0x04, 0x00, 0x00, 0x80}),        // short real
+      Bytes({0x05, 0x02, 0x41, 0x00, 0x42}),  // string shorter than its count
       Bytes({0x05, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F}),  // huge count
-      Bytes({0x06, 0x05, 0x41}),               // byte string shorter than its count
-      Bytes({0x07, 0x00}),                     // empty name
-      Bytes({0x07, 0x01, ' '}),                // invalid name byte
-      Bytes({0x07, 0x01, '/'}),                // invalid name byte
-      Bytes({0x08, 0x01}),                     // unterminated array
-      Bytes({0x08, 0x0B}),                     // dictionary end inside an array
+      Bytes({0x06, 0x05, 0x41}),                    // byte string shorter than its count
+      Bytes({0x07, 0x00}),                          // empty name
+      Bytes({0x07, 0x01, ' '}),                     // invalid name byte
+      Bytes({0x07, 0x01, '/'}),                     // invalid name byte
+      Bytes({0x08, 0x01}),                          // unterminated array
+      Bytes({0x08, 0x0B}),                          // dictionary end inside an array
       Bytes({0x0A, 0x03, 0x00, 0x03, 0x00, 0x0B}),  // key is not a name
-      Bytes({0x0A, 0x07, 0x01, 'K', 0x0B}),    // key without value
-      Bytes({0x0A, 0x07, 0x01, 'K', 0x09}),    // key followed by an array end
-      Bytes({0x0A, 0x07, 0x01, 'K', 0x01}),    // unterminated dictionary
+      Bytes({0x0A, 0x07, 0x01, 'K', 0x0B}),         // key without value
+      Bytes({0x0A, 0x07, 0x01, 'K', 0x09}),         // key followed by an array end
+      Bytes({0x0A, 0x07, 0x01, 'K', 0x01}),         // unterminated dictionary
   };
   for (size_t i = 0; i < cases.size(); ++i) {
     try {

@@ -1,7 +1,9 @@
 // Documents as engine dictionaries: the tree's shape and vocabulary, and document block ->
 // dictionary (text or binary) -> document -> block giving the identical block.
 #include <gtest/gtest.h>
+#include <boost/make_shared.hpp>
 
+#include <cmath>
 #include <cstring>
 #include <limits>
 #include <random>
@@ -21,31 +23,140 @@ using SLO::Value;
 
 // Every key the engine's document, sheet and resource code writes or reads.
 const std::set<std::string>& Vocabulary() {
-  static const std::set<std::string> keys = {
-      "Adjustments", "AlignLineHeightToGridFlags", "AntiAlias", "AutoHyphenate", "AutoKerning",
-      "AutoLeading", "Axis", "Base", "BaselineDirection", "BaselineShift", "Bounds", "BoxBounds",
-      "Burasagari", "CharacterDirection", "Children", "ConsecutiveHyphens", "Cookie",
-      "DLigatures", "DefaultRunData", "DefaultStyleSheet", "DiacriticPos", "DocumentResources",
-      "Editor", "EndIndent", "EngineDict", "EveryLineComposer", "FauxBold", "FauxItalic",
-      "FillColor", "FillFirst", "FillFlag", "FirstLineIndent", "Font", "FontBaseline",
-      "FontCaps", "FontSet", "FontSize", "FontType", "GlyphSpacing", "GridColor", "GridInfo",
-      "GridIsOn", "GridLeading", "GridLeadingFillColor", "GridSize", "Hanging", "HindiNumbers",
-      "HorizontalScale", "HyphenateCapitalized", "HyphenatedWordSize", "InternalName",
-      "IsJoinable", "Justification", "Kashida", "Keep", "Kerning", "Kinsoku", "KinsokuOrder",
-      "KinsokuSet", "Language", "Leading", "LeadingType", "LetterSpacing", "Ligatures", "Lines",
-      "MojiKumi", "MojiKumiSet", "Name", "NoBreak", "NoEnd", "NoStart", "OldStyleFigures",
-      "OutlineWeight", "OutlineWidth", "ParagraphRun", "ParagraphSheet", "ParagraphSheetSet",
-      "ParagraphTextEditor", "PointBase", "PostHyphen", "PreHyphen", "Procession", "Properties",
-      "ProportionalNumbers", "Rendered", "ResourceDict", "RowColIndex", "RowColStrike",
-      "RunArray", "RunLengthArray", "Script", "Shape", "ShapeType", "Shapes", "ShowGrid",
-      "SmallCapSize", "SpaceAfter", "SpaceBefore", "StartIndent", "Strikethrough",
-      "StrokeColor", "StrokeFlag", "StyleRun", "StyleRunAlignment", "StyleSheet",
-      "StyleSheetData", "StyleSheetSet", "SubscriptPosition", "SubscriptSize", "SubtitleScale",
-      "SuperscriptPosition", "SuperscriptSize", "Synthetic", "Text", "TheNormalParagraphSheet",
-      "TheNormalStyleSheet", "Tracking", "TransformPoint0", "TransformPoint1",
-      "TransformPoint2", "Tsume", "Type", "Underline", "UseFractionalGlyphWidths", "Values",
-      "Version", "VerticalAlign", "VerticalScale", "WordSpacing", "WritingDirection",
-      "YUnderline", "Zone", "dflt", "kern"};
+  static const std::set<std::string> keys = {"Adjustments",
+                                             "AlignLineHeightToGridFlags",
+                                             "AntiAlias",
+                                             "AutoHyphenate",
+                                             "AutoKerning",
+                                             "AutoLeading",
+                                             "Axis",
+                                             "Base",
+                                             "BaselineDirection",
+                                             "BaselineShift",
+                                             "Bounds",
+                                             "BoxBounds",
+                                             "Burasagari",
+                                             "CharacterDirection",
+                                             "Children",
+                                             "ConsecutiveHyphens",
+                                             "Cookie",
+                                             "DLigatures",
+                                             "DefaultRunData",
+                                             "DefaultStyleSheet",
+                                             "DiacriticPos",
+                                             "DocumentResources",
+                                             "Editor",
+                                             "EndIndent",
+                                             "EngineDict",
+                                             "EveryLineComposer",
+                                             "FauxBold",
+                                             "FauxItalic",
+                                             "FillColor",
+                                             "FillFirst",
+                                             "FillFlag",
+                                             "FirstLineIndent",
+                                             "Font",
+                                             "FontBaseline",
+                                             "FontCaps",
+                                             "FontSet",
+                                             "FontSize",
+                                             "FontType",
+                                             "GlyphSpacing",
+                                             "GridColor",
+                                             "GridInfo",
+                                             "GridIsOn",
+                                             "GridLeading",
+                                             "GridLeadingFillColor",
+                                             "GridSize",
+                                             "Hanging",
+                                             "HindiNumbers",
+                                             "HorizontalScale",
+                                             "HyphenateCapitalized",
+                                             "HyphenatedWordSize",
+                                             "InternalName",
+                                             "IsJoinable",
+                                             "Justification",
+                                             "Kashida",
+                                             "Keep",
+                                             "Kerning",
+                                             "Kinsoku",
+                                             "KinsokuOrder",
+                                             "KinsokuSet",
+                                             "Language",
+                                             "Leading",
+                                             "LeadingType",
+                                             "LetterSpacing",
+                                             "Ligatures",
+                                             "Lines",
+                                             "MojiKumi",
+                                             "MojiKumiSet",
+                                             "Name",
+                                             "NoBreak",
+                                             "NoEnd",
+                                             "NoStart",
+                                             "OldStyleFigures",
+                                             "OutlineWeight",
+                                             "OutlineWidth",
+                                             "ParagraphRun",
+                                             "ParagraphSheet",
+                                             "ParagraphSheetSet",
+                                             "ParagraphTextEditor",
+                                             "PointBase",
+                                             "PostHyphen",
+                                             "PreHyphen",
+                                             "Procession",
+                                             "Properties",
+                                             "ProportionalNumbers",
+                                             "Rendered",
+                                             "ResourceDict",
+                                             "RowColIndex",
+                                             "RowColStrike",
+                                             "RunArray",
+                                             "RunLengthArray",
+                                             "Script",
+                                             "Shape",
+                                             "ShapeType",
+                                             "Shapes",
+                                             "ShowGrid",
+                                             "SmallCapSize",
+                                             "SpaceAfter",
+                                             "SpaceBefore",
+                                             "StartIndent",
+                                             "Strikethrough",
+                                             "StrokeColor",
+                                             "StrokeFlag",
+                                             "StyleRun",
+                                             "StyleRunAlignment",
+                                             "StyleSheet",
+                                             "StyleSheetData",
+                                             "StyleSheetSet",
+                                             "SubscriptPosition",
+                                             "SubscriptSize",
+                                             "SubtitleScale",
+                                             "SuperscriptPosition",
+                                             "SuperscriptSize",
+                                             "Synthetic",
+                                             "Text",
+                                             "TheNormalParagraphSheet",
+                                             "TheNormalStyleSheet",
+                                             "Tracking",
+                                             "TransformPoint0",
+                                             "TransformPoint1",
+                                             "TransformPoint2",
+                                             "Tsume",
+                                             "Type",
+                                             "Underline",
+                                             "UseFractionalGlyphWidths",
+                                             "Values",
+                                             "Version",
+                                             "VerticalAlign",
+                                             "VerticalScale",
+                                             "WordSpacing",
+                                             "WritingDirection",
+                                             "YUnderline",
+                                             "Zone",
+                                             "dflt",
+                                             "kern"};
   return keys;
 }
 
@@ -91,7 +202,8 @@ KTE::DocumentPtr RandomDocument(std::mt19937& rng, bool exact_in_text) {
     } while (!std::isfinite(f));
     return f;
   };
-  const std::u16string fonts[] = {u"Liberation Sans", u"DejaVu Serif", u"\u6E38\u30B4\u30B7\u30C3\u30AF (x)", u""};
+  const std::u16string fonts[] = {u"Liberation Sans", u"DejaVu Serif",
+                                  u"\u6E38\u30B4\u30B7\u30C3\u30AF (x)", u""};
   auto doc = boost::make_shared<KTE::Document>();
   doc->data.mVersion = pick(0, 3);
   doc->data.mTextParam.mWidth = pick(0, 2) == 0 ? 0 : static_cast<int32_t>(rng());
@@ -172,7 +284,8 @@ TEST(DocumentDictionary, TreeOfTheDefaultDocument) {
             Value::Integer(2));
   const Value& fonts = At(tree, {"ResourceDict", "FontSet"});
   ASSERT_EQ(fonts.array.size(), 1u);
-  EXPECT_EQ(At(fonts.array[0], {"Name"}), Value::String(doc->data.mTextParam.mTextRuns[0].mStyleParam.mFontName));
+  EXPECT_EQ(At(fonts.array[0], {"Name"}),
+            Value::String(doc->data.mTextParam.mTextRuns[0].mStyleParam.mFontName));
   const Value& shape = At(tree, {"EngineDict", "Rendered", "Shapes", "Children"}).array.at(0);
   EXPECT_EQ(At(shape, {"ShapeType"}), Value::Integer(0));
 
@@ -233,11 +346,14 @@ TEST(DocumentDictionary, MissingStyleKeysComeFromTheNormalSheetThenTheDefaults) 
       "<< /EngineDict << /Editor << /Text (abc) >>"
       " /StyleRun << /RunArray [ << /StyleSheet << /StyleSheetData << /Font 1 /Leading 3 >> >> >>"
       "   << >> ] /RunLengthArray [ 1 2 ] >>"
-      " /ParagraphRun << /RunArray [ << /ParagraphSheet << /Properties << /Justification 0 >> >> >> ]"
+      " /ParagraphRun << /RunArray [ << /ParagraphSheet << /Properties << /Justification 0 >> >> "
+      ">> ]"
       "   /RunLengthArray [ 3 ] >>"
-      " /Rendered << /Shapes << /Children [ << /ShapeType 1 /BoxBounds [ 10 20 110.4 70 ] >> ] >> >> >>"
+      " /Rendered << /Shapes << /Children [ << /ShapeType 1 /BoxBounds [ 10 20 110.4 70 ] >> ] >> "
+      ">> >>"
       " /ResourceDict << /FontSet [ << /Name (F0) >> << /Name <FEFF00460031> >> ]"
-      "   /StyleSheetSet [ << /StyleSheetData << /Font 0 /FontSize 12 /FillFirst true >> >> ] >> >>";
+      "   /StyleSheetSet [ << /StyleSheetData << /Font 0 /FontSize 12 /FillFirst true >> >> ] >> "
+      ">>";
   const KTE::DocumentPtr doc =
       KTE::ReadDocumentDictionary(reinterpret_cast<const uint8_t*>(text.data()), text.size());
   const auto& runs = doc->data.mTextParam.mTextRuns;
@@ -277,7 +393,8 @@ TEST(DocumentDictionary, TreesThatAreNoDocumentAreRefused) {
       "<< /EngineDict << /Editor << /Text (a) >> /StyleRun << /RunArray [ << /StyleSheet <<"
       " /StyleSheetData << /FontSize (big) >> >> >> ] /RunLengthArray [ 1 ] >> >> >>",
       "<< /EngineDict << /Editor << /Text (a) >> /StyleRun << /RunArray [ << /StyleSheet <<"
-      " /StyleSheetData << /FillColor << /Values [ 1 2 ] >> >> >> >> ] /RunLengthArray [ 1 ] >> >> >>",
+      " /StyleSheetData << /FillColor << /Values [ 1 2 ] >> >> >> >> ] /RunLengthArray [ 1 ] >> >> "
+      ">>",
       "<< /EngineDict << /Editor << /Text (a) >> /StyleRun << /RunArray [ << /StyleSheet <<"
       " /StyleSheetData << /AutoLeading 1 >> >> >> ] /RunLengthArray [ 1 ] >> >> >>",
       "<< /EngineDict << /Rendered << /Shapes << /Children [ << /ShapeType 1 >> ] >> >> >> >>",
@@ -300,8 +417,8 @@ TEST(DocumentDictionary, EmptyDocumentStaysEmpty) {
   EXPECT_EQ(ThroughText(*doc)->data, doc->data);
   EXPECT_EQ(ThroughBinary(*doc)->data, doc->data);
   const std::string minimal = "<< >>";
-  const KTE::DocumentPtr from_minimal = KTE::ReadDocumentDictionary(
-      reinterpret_cast<const uint8_t*>(minimal.data()), minimal.size());
+  const KTE::DocumentPtr from_minimal =
+      KTE::ReadDocumentDictionary(reinterpret_cast<const uint8_t*>(minimal.data()), minimal.size());
   EXPECT_EQ(from_minimal->data, vetext::DocumentRecord{});
 }
 
