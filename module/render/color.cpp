@@ -5,10 +5,6 @@
 #include "vetext/effect.h"
 #include "vetext/vxcore.h"
 
-// Until the host library in this tree exports the colour conversion, 'vuya' colours fall back
-// to grey levels and the module still links.
-#pragma weak ColorRGBtoYUV
-
 namespace vetext {
 
 PixelColor ColorToPixel(uint8_t /*alpha*/, uint8_t red, uint8_t green, uint8_t blue,
@@ -17,8 +13,7 @@ PixelColor ColorToPixel(uint8_t /*alpha*/, uint8_t red, uint8_t green, uint8_t b
   PixelColor p;
   if (pixel_format == kPixelFormatVUYA) {
     uint32_t rgb = uint32_t(red) | uint32_t(green) << 8 | uint32_t(blue) << 16;
-    VxYUV yuv{uint8_t((red + green + blue) / 3), 0, 0};
-    if (&ColorRGBtoYUV != nullptr) yuv = ColorRGBtoYUV(rgb);
+    VxYUV yuv = ColorRGBtoYUV(rgb);
     p.c[0] = float(yuv.v) / k255 + 0.5f;
     p.c[1] = float(yuv.u) / k255 + 0.5f;
     p.c[2] = float(yuv.y) / k255;

@@ -16,10 +16,6 @@
 #include "vetext/suites.h"
 #include "vetext/vxcore.h"
 
-// Until the host library in this tree exports the compositor, the module still links and
-// renders the input copy alone.
-#pragma weak IR_Motion
-
 namespace vetext {
 namespace {
 
@@ -121,7 +117,6 @@ VxStatus RenderText(InputRecord* in, OutputRecord* out, ParamList* params, Outpu
                (v * float(H) * scale_y + py) / float(out_h)};
   IR_Point src{u + g.ax, v + g.ay};
   IR_Point scale{scale_x, scale_y};
-  if (&IR_Motion == nullptr) return kStatusOk;
   IR_Motion(pixels, 4 * W, W, H, ir_format, 0, nullptr, layer->data, stride, out_w, out_h,
             ir_format, 0, in->pixel_aspect.num, in->pixel_aspect.den, dst, src, scale, double(rot),
             opacity, true, 0.0, false, 0, 4, true);
