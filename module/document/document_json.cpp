@@ -45,9 +45,11 @@ float ToFloat(const Variant& v) {
     d = static_cast<double>(*p);
   else
     throw boost::bad_any_cast();
-  constexpr double kMax = std::numeric_limits<float>::max();
-  if (d > kMax) return std::numeric_limits<float>::infinity();
-  if (d < -kMax) return -std::numeric_limits<float>::infinity();
+  // Out-of-range values clamp to the largest float, so that every record read can be written
+  // again (JSON has no infinity).
+  constexpr float kMax = std::numeric_limits<float>::max();
+  if (d > kMax) return kMax;
+  if (d < -kMax) return -kMax;
   return static_cast<float>(d);
 }
 

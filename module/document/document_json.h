@@ -26,7 +26,8 @@ void TextToDocument(const char16_t* text, size_t length, DocumentRecord& doc);
 // ---- value conversions shared by the document and layout readers and writers ----------------
 // Numbers are accepted as double, int64 or uint64 (JSON integers read back as numbers); any other
 // held type throws boost::bad_any_cast. Integers are truncated to 32 bits; doubles outside the
-// 64-bit range saturate first, so no conversion is undefined whatever the text holds.
+// 64-bit range saturate first, and numbers beyond the float range clamp to its largest value, so
+// no conversion is undefined and every record read can be written again.
 namespace vetext::json {
 
 float ToFloat(const vxcore::Variant& v);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <limits>
 #include <string>
 
 #include "document/document_json.h"
@@ -169,6 +170,17 @@ TEST(DocumentReader, WrapperMissingKeysAndNumberKinds) {
   EXPECT_EQ(d.mTextParam.mTextRuns[0].mParaParam.mAlignment, 1u);  // truncated to 32 bits
   EXPECT_EQ(d.mTextParam.mWidth, 12);
   EXPECT_EQ(d.mTextParam.mHeight, 0);
+
+  // Numbers beyond the float range clamp, so the record can be written and read again.
+  DocumentRecord huge = Read(
+      R"({"mTextParam":{"mTextRuns":[{"mStyleParam":{"mFontSize":1e300,"mLeading":-1e39}}],"mWidth":1e30}})");
+  const vetext::StyleParam& hs = huge.mTextParam.mTextRuns.at(0).mStyleParam;
+  EXPECT_EQ(hs.mFontSize, std::numeric_limits<float>::max());
+  EXPECT_EQ(hs.mLeading, -std::numeric_limits<float>::max());
+  const std::vector<uint8_t> again = vetext::WriteDocumentBlock(huge);
+  DocumentRecord back;
+  vetext::ReadDocumentBlock(again.data(), again.size(), back);
+  EXPECT_EQ(back, huge);
 }
 
 TEST(DocumentReader, BadBlocksFailCleanly) {
