@@ -1,11 +1,13 @@
 // Rasterized glyph coverage, cached process-wide.
 //
 // Glyphs are rasterized with FreeType's outline loader, stroker and anti-aliasing rasterizer
-// rather than through Cairo. Measured on this machine (bench/rasterize), drawing each glyph's
-// path with Cairo costs several times more per glyph than FreeType's rasterizer producing the
-// same exact-area coverage, and FreeType hands back coverage masks that can be cached and reused
-// whatever the colours, which Cairo's path API does not. The coverage is the same exact-area
-// anti-aliasing either way; joins are mitered with a limit of 4, as Cairo would draw them.
+// rather than through Cairo's glyph paths. Measured with bench/rasterize (CPU time, stroked
+// glyphs at 4x): a 240-glyph paragraph takes 3.9 ms from outlines and 1.8 ms from cached masks,
+// against 8.8 ms with Cairo; a 19-glyph title of large glyphs takes 1.8 ms / 0.7 ms against
+// 0.6 ms with Cairo, where the per-pixel blend of big masks dominates. The masks also serve any
+// colour, which Cairo's path API cannot reuse, and unchanged titles never reach this code (the
+// raster cache keeps their buffer). Coverage is exact-area anti-aliasing either way; joins are
+// mitered with a limit of 4.
 //
 // A mask depends on the face, the glyph, the size, the stroke width and the origin's sub-pixel
 // phase (quantised to a quarter of an oversampled pixel, which is 1/16 of a frame pixel and
