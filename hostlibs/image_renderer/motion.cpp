@@ -43,6 +43,27 @@ int32_t FactorFor(float scale) {
   return static_cast<int32_t>(std::min<double>(f, kMaxFactor));
 }
 
+// acc[i] (+)= row[i] over n bytes: most of the reduction's time. Written out in SSE2 because
+// the compiler does not vectorize a widening add of unknown length at the default level; the
+// sums are exact either way.
+template <bool kAdd>
+void AccumulateRow(uint32_t* acc, const uint8_t* row, size_t n) {
+  size_t i = 0;
+#if defined(__SSE2__)
+  const __m128i z = _mm_setzero_si128();
+  for (; i + 16 <= n; i += 16) {
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + i));
+    const __m128i lo = _mm_unpacklo_epi8(b, z), hi = _mm_unpackhi_epi8(b, z);
+    const __m128i parts[4] = {_mm_unpacklo_epi16(lo, z), _mm_unpackhi_epi16(lo, z),
+                              _mm_unpacklo_epi16(hi, z), _mm_unpackhi_epi16(hi, z)};
+    auto* a = reinterpret_cast<__m128i*>(acc + i);
+    for (int k = 0; k < 4; ++k)
+      _mm_storeu_si128(a + k, kAdd ? _mm_add_epi32(_mm_loadu_si128(a + k), parts[k]) : parts[k]);
+  }
+#endif
+  for (; i < n; ++i) acc[i] = kAdd ? acc[i] + row[i] : row[i];
+}
+
 // Sums fx x fy blocks of source rows into one reduced row. `acc` holds rw * fx pixels of
 // 32-bit sums; the part beyond the source width is zero and stays zero, so the last, partial
 // block needs no special case.
@@ -51,14 +72,9 @@ void ReduceOneRow(const uint8_t* src, ptrdiff_t src_row_bytes, int32_t w, int32_
   const int32_t rw = ReducedExtent(w, fx);
   const size_t n = static_cast<size_t>(w) * 4;
   const int32_t y0 = r * fy, y1 = std::min(h, y0 + fy);
-  {
-    const uint8_t* row = src + static_cast<ptrdiff_t>(y0) * src_row_bytes;
-    for (size_t i = 0; i < n; ++i) acc[i] = row[i];
-  }
-  for (int32_t y = y0 + 1; y < y1; ++y) {
-    const uint8_t* row = src + static_cast<ptrdiff_t>(y) * src_row_bytes;
-    for (size_t i = 0; i < n; ++i) acc[i] += row[i];
-  }
+  AccumulateRow<false>(acc, src + static_cast<ptrdiff_t>(y0) * src_row_bytes, n);
+  for (int32_t y = y0 + 1; y < y1; ++y)
+    AccumulateRow<true>(acc, src + static_cast<ptrdiff_t>(y) * src_row_bytes, n);
   uint8_t* o = out_row + 4;  // past the left border pixel
   if (fx == 4 && fy == 4) {
     // The usual case, 4x oversampled text at 100%: a shift divides exactly.
