@@ -47,7 +47,11 @@ int main(int argc, char** argv) {
 
   // With no arguments at all, vetext renders the default document over a test pattern.
   std::vector<std::string> args(argv + 1, argv + argc);
-  if (args.empty() && app.get_subcommand_no_throw("render") != nullptr) args.push_back("render");
+  if (args.empty()) {
+    bool has_render = std::any_of(Registry().begin(), Registry().end(),
+                                  [](const Entry& e) { return e.name == "render"; });
+    if (has_render) args.push_back("render");
+  }
   std::reverse(args.begin(), args.end());
   try {
     app.parse(args);
