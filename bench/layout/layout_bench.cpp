@@ -1,0 +1,149 @@
+// What the layout cache saves: a hit (hash the block, look it up, parse the layout text) against
+// a composition (make the document, compose it, write the layout text), for the default title
+// and for a 2,000-character text. Prints the hit/composition ratio of each; a hit must cost well
+// under a tenth of a composition.
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "document/layout_cache.h"
+#include "document/layout_json.h"
+#include "engine/kte.h"
+#include "vetext/host/host.h"
+#include "vetext/vxcore.h"
+
+namespace {
+
+std::vector<uint8_t> TitleBlock() {
+  return KTE::WriteDocument(*KTE::MakeDefaultDocument());
+}
+
+std::vector<uint8_t> LongBlock() {
+  KTE::DocumentPtr doc = KTE::MakeDefaultDocument();
+  vetext::TextRun run = doc->data.mTextParam.mTextRuns.front();
+  const std::u16string sentence =
+      u"Sphinx of black quartz, judge my vow; pack my box with five dozen liquor jugs. ";
+  run.mText.clear();
+  while (run.mText.size() < 2000) run.mText += sentence;
+  run.mText.resize(2000);
+  run.mStyleParam.mFontSize = 24;
+  doc->data.mTextParam.mTextRuns = {run};
+  doc->data.mTextParam.mWidth = 1200;
+  doc->data.mTextParam.mHeight = 2000;
+  return KTE::WriteDocument(*doc);
+}
+
+const std::vector<uint8_t>& Block(int which) {
+  static const std::vector<uint8_t> title = TitleBlock();
+  static const std::vector<uint8_t> long_text = LongBlock();
+  return which == 0 ? title : long_text;
+}
+
+void BM_Compose(benchmark::State& state) {
+  const std::vector<uint8_t>& block = Block(int(state.range(0)));
+  size_t glyphs = 0;
+  for (auto _ : state) {
+    KTE::DocumentPtr doc = KTE::MakeDocument(block.data(), block.size());
+    vetext::LayoutRecord layout;
+    KTE::Compose(*doc, layout);
+    std::u16string text = vetext::LayoutToText(layout);
+    benchmark::DoNotOptimize(text.data());
+    glyphs = layout.mCharacters.size();
+  }
+  state.counters["glyphs"] = double(glyphs);
+}
+
+void BM_CacheHit(benchmark::State& state) {
+  const std::vector<uint8_t>& block = Block(int(state.range(0)));
+  vxhost::Host host;
+  InputRecord in{};
+  in.suites = host.suite_services();
+  OutputRecord out{};
+  vetext::LayoutRecord warm;
+  vetext::BuildTextLayout(block.data(), block.size(), warm, &in, &out);
+  for (auto _ : state) {
+    vetext::LayoutRecord layout;
+    vetext::BuildTextLayout(block.data(), block.size(), layout, &in, &out);
+    benchmark::DoNotOptimize(layout.mCharacters.data());
+  }
+  if (host.cache().Stats().adds != 1) state.SkipWithError("the hit path composed");
+}
+
+// The parts, to show where the time goes.
+void BM_ComposeOnly(benchmark::State& state) {
+  const std::vector<uint8_t>& block = Block(int(state.range(0)));
+  KTE::DocumentPtr doc = KTE::MakeDocument(block.data(), block.size());
+  for (auto _ : state) {
+    vetext::LayoutRecord layout;
+    KTE::Compose(*doc, layout);
+    benchmark::DoNotOptimize(layout.mCharacters.data());
+  }
+}
+
+void BM_ParseOnly(benchmark::State& state) {
+  const std::vector<uint8_t>& block = Block(int(state.range(0)));
+  vetext::LayoutRecord composed;
+  KTE::Compose(*KTE::MakeDocument(block.data(), block.size()), composed);
+  std::u16string text = vetext::LayoutToText(composed);
+  state.counters["bytes"] = double(text.size() * 2);
+  for (auto _ : state) {
+    vetext::LayoutRecord layout;
+    vetext::TextToLayout(text.data(), text.size(), layout);
+    benchmark::DoNotOptimize(layout.mCharacters.data());
+  }
+}
+
+void BM_JSONParseOnly(benchmark::State& state) {
+  const std::vector<uint8_t>& block = Block(int(state.range(0)));
+  vetext::LayoutRecord composed;
+  KTE::Compose(*KTE::MakeDocument(block.data(), block.size()), composed);
+  std::u16string text = vetext::LayoutToText(composed);
+  for (auto _ : state) {
+    vxcore::VariantPtr root = vxcore::JSONParse(text);
+    benchmark::DoNotOptimize(root.get());
+  }
+}
+
+BENCHMARK(BM_Compose)->Arg(0)->Arg(1)->ArgName("long");
+BENCHMARK(BM_ComposeOnly)->Arg(0)->Arg(1)->ArgName("long");
+BENCHMARK(BM_ParseOnly)->Arg(0)->Arg(1)->ArgName("long");
+BENCHMARK(BM_JSONParseOnly)->Arg(0)->Arg(1)->ArgName("long");
+BENCHMARK(BM_CacheHit)->Arg(0)->Arg(1)->ArgName("long");
+
+// Keeps every run's time per iteration, by name, for the ratios printed at the end.
+class Collector : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& r : runs)
+      if (r.run_type == Run::RT_Iteration && !r.error_occurred)
+        times[r.benchmark_name()] = r.GetAdjustedRealTime();
+    ConsoleReporter::ReportRuns(runs);
+  }
+  std::map<std::string, double> times;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  setenv("FONTCONFIG_FILE", VETEXT_FONTS_CONF, 0);
+  benchmark::Initialize(&argc, argv);
+  Collector collector;
+  benchmark::RunSpecifiedBenchmarks(&collector);
+  int status = 0;
+  for (const char* arg : {"long:0", "long:1"}) {
+    auto hit = collector.times.find(std::string("BM_CacheHit/") + arg);
+    auto compose = collector.times.find(std::string("BM_Compose/") + arg);
+    if (hit == collector.times.end() || compose == collector.times.end()) continue;
+    double ratio = hit->second / compose->second;
+    std::printf("%s: cache hit / composition = %.4f (%s)\n",
+                arg[5] == '0' ? "title \"TEXT Wgij\"" : "2,000 characters", ratio,
+                ratio < 0.1 ? "under 1/10" : "NOT under 1/10");
+    if (ratio >= 0.1) status = 1;
+  }
+  benchmark::Shutdown();
+  return status;
+}
