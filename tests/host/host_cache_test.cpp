@@ -109,9 +109,11 @@ TEST(FrameCache, RejectsBadRequests) {
   EXPECT_EQ(bounds.bottom, 3);
   EXPECT_LT(s.cache->add(nullptr, h), 0);
   EXPECT_LT(s.cache->add("x", nullptr), 0);
-  EXPECT_LT(s.cache->lookup(nullptr, &h), 0);
-  EXPECT_EQ(h, nullptr);
+  RPixHandle found = h;
+  EXPECT_LT(s.cache->lookup(nullptr, &found), 0);
+  EXPECT_EQ(found, nullptr);
   EXPECT_LT(s.pix->dispose(nullptr), 0);
+  EXPECT_EQ(s.pix->dispose(h), 0);
   EXPECT_EQ(fc.Stats().adds, 0u);
 }
 
