@@ -88,8 +88,12 @@ Value FromJson(const JsonValue& j, int depth) {
     case rapidjson::kNumberType: {
       if (j.IsDouble()) {
         double d = j.GetDouble();
+        char json_real[32];
         if (std::isfinite(d) && std::fabs(d) > FLT_MAX)
-          throw std::runtime_error("real " + std::to_string(d) + " is beyond single precision");
+          throw std::runtime_error(
+              "real " +
+              std::string(json_real, std::snprintf(json_real, sizeof json_real, "%g", d)) +
+              " is beyond single precision");
         return Value::Real(static_cast<float>(d));
       }
       if (!j.IsInt()) throw std::runtime_error("integer beyond 32 bits (write it as a real)");
