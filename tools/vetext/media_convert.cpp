@@ -20,7 +20,9 @@ Yuv8 RgbToYuv709(uint8_t r, uint8_t g, uint8_t b) {
   double y = kKr * r + kKg * g + kKb * b;
   double cb = (b - y) / (2.0 * (1.0 - kKb));
   double cr = (r - y) / (2.0 * (1.0 - kKr));
-  return {Clamp8(y), Clamp8(cb + 128.0), Clamp8(cr + 128.0)};
+  // Round the signed chroma before the offset, as the host library does (halves away from 0).
+  return {Clamp8(y), Clamp8(double(std::lround(cb)) + 128.0),
+          Clamp8(double(std::lround(cr)) + 128.0)};
 }
 
 void Yuv709ToRgb(uint8_t y, uint8_t u, uint8_t v, uint8_t* r, uint8_t* g, uint8_t* b) {

@@ -110,10 +110,17 @@ int MediaReader::Receive(Image* out, double* time, std::string* error) {
     sws_setColorspaceDetails(sws_, sws_getCoefficients(cs), full ? 1 : 0, table, 1, brightness,
                              contrast, saturation);
   }
-  out->Resize(width_, height_);
-  uint8_t* dst[4] = {out->pixels.data(), nullptr, nullptr, nullptr};
-  int dst_stride[4] = {int(out->stride()), 0, 0, 0};
+  // swscale's vector code may write a little past the last row, so it writes into an aligned,
+  // padded scratch picture and the rows are copied out.
+  const size_t row_len = size_t(width_) * 4;
+  const size_t scratch_stride = (row_len + 63) & ~size_t(63);
+  scratch_.resize(scratch_stride * size_t(height_) + 256);
+  uint8_t* dst[4] = {scratch_.data(), nullptr, nullptr, nullptr};
+  int dst_stride[4] = {int(scratch_stride), 0, 0, 0};
   sws_scale(sws_, frame_->data, frame_->linesize, 0, frame_->height, dst, dst_stride);
+  out->Resize(width_, height_);
+  for (int32_t y = 0; y < height_; ++y)
+    std::memcpy(out->row(y), scratch_.data() + size_t(y) * scratch_stride, row_len);
   // Pictures without alpha come out opaque from swscale; formats with alpha keep theirs.
   int64_t pts = frame_->best_effort_timestamp;
   AVStream* vs = fmt_->streams[video_index_];

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <string>
+#include <vector>
 
 #include "media_image.h"
 
@@ -67,6 +68,7 @@ class MediaReader {
   bool is_still_ = false;
   bool draining_ = false;
   std::deque<AVPacket*> audio_packets_;
+  std::vector<uint8_t> scratch_;
 };
 
 // The reason text of an FFmpeg error code.
