@@ -2,7 +2,11 @@
 // Used by the vetext tool, the tests, the benchmarks and the adapters.
 //
 // Ownership: a Host owns its Modules; a Module owns its Instances; an Instance owns its
-// parameter values (handles included). Frames belong to the caller.
+// parameter values (handles included). Frames belong to the caller. Destroy Modules before their
+// Host; an Instance may outlive its Module (the Module tears it down, later calls then fail).
+// Each Host has its own callback and suite tables, so several Hosts live in one process.
+// Times: Instance calls take seconds; InputRecord times are in microseconds (time_scale 1e6);
+// the video segment suite and the GPU path use kTicksPerSecond.
 // Thread safety: Instance::Render and the frame cache may be used from many threads at once;
 // everything else belongs to one thread at a time.
 #pragma once
