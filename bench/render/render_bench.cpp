@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -262,13 +263,17 @@ class DrawtextContender : public Contender {
     f->format = AV_PIX_FMT_BGRA;
     f->pts = n;
     std::memcpy(f->data[0], src_->data(), src_->size());
-    av_buffersrc_add_frame_flags(src_ctx_, f, 0);
+    if (av_buffersrc_add_frame_flags(src_ctx_, f, 0) < 0) failures_++;
     av_frame_free(&f);
     av_frame_unref(out_);
     if (av_buffersink_get_frame(sink_ctx_, out_) >= 0)
       touch_ = out_->data[0][size_t(out_->linesize[0]) * (h_ / 2) + size_t(w_) * 2];
   }
-  void Finish() override { Release(); }
+  void Finish() override {
+    if (failures_ != 0) std::fprintf(stderr, "drawtext: %d frames not accepted\n", failures_);
+    failures_ = 0;
+    Release();
+  }
   uint64_t Touch() const override { return touch_; }
   ~DrawtextContender() override { Release(); }
 
@@ -288,6 +293,7 @@ class DrawtextContender : public Contender {
   AVBufferPool* pool_ = nullptr;
   AVFrame* out_ = nullptr;
   uint64_t touch_ = 0;
+  int failures_ = 0;
 };
 
 // libass: one event per frame for the counter, the renderer's images blended over a copy of
@@ -296,6 +302,15 @@ class LibassContender : public Contender {
  public:
   LibassContender() {
     lib_ = ass_library_init();
+    // Only libass's errors, not its chatter about every script read.
+    ass_set_message_cb(
+        lib_,
+        [](int level, const char* fmt, va_list args, void*) {
+          if (level > 1) return;
+          std::vfprintf(stderr, fmt, args);
+          std::fputc('\n', stderr);
+        },
+        nullptr);
     renderer_ = ass_renderer_init(lib_);
     ass_set_fonts(renderer_, kFontFile, "Liberation Sans", ASS_FONTPROVIDER_AUTODETECT, nullptr, 1);
   }
