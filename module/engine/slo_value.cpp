@@ -53,6 +53,8 @@ Value Value::Name(std::string n) {
   return v;
 }
 
+Value Value::Array() { return Array(std::vector<Value>()); }
+
 Value Value::Array(std::vector<Value> items) {
   Value v;
   v.kind = Kind::kArray;

@@ -58,7 +58,8 @@ struct Value {
   static Value Real(float f);
   static Value String(std::u16string s);
   static Value Name(std::string n);
-  static Value Array(std::vector<Value> items = {});
+  static Value Array();
+  static Value Array(std::vector<Value> items);
   static Value Dictionary();
 
   bool IsDictionary() const { return kind == Kind::kDictionary; }
