@@ -60,6 +60,8 @@ std::string VideoWriter::codec_name() const {
 
 bool VideoWriter::Open(const std::string& path, int32_t width, int32_t height, AVRational fps,
                        const AVStream* audio_in, std::string* error) {
+  // The encoder's own statistics are noise to a user; failures are reported through `error`.
+  av_log_set_level(AV_LOG_ERROR);
   path_ = path;
   auto fail = [&](const std::string& why) {
     *error = "cannot write '" + path + "': " + why;
