@@ -22,6 +22,7 @@
 
 #include <boost/make_shared.hpp>
 #include <cmath>
+#include <iterator>
 #include <limits>
 #include <typeinfo>
 
@@ -111,10 +112,16 @@ class TreeBuilder {
     VariantPtr v = boost::make_shared<Variant>(Object());
     Object* o = boost::any_cast<Object>(v.get());
     if (!Add(std::move(v))) return false;
-    stack_.push_back(Frame{o, nullptr});
+    stack_.push_back(Frame{o, nullptr, members_.size()});
     return true;
   }
   bool EndObject(rapidjson::SizeType) {
+    // Members wait on one shared scratch stack and move into an object of exactly their count:
+    // one allocation per object instead of one per doubling.
+    const Frame& f = stack_.back();
+    f.object->reserve(members_.size() - f.first);
+    std::move(members_.begin() + f.first, members_.end(), std::back_inserter(*f.object));
+    members_.resize(f.first);
     stack_.pop_back();
     return true;
   }
@@ -123,10 +130,14 @@ class TreeBuilder {
     VariantPtr v = boost::make_shared<Variant>(Array());
     Array* a = boost::any_cast<Array>(v.get());
     if (!Add(std::move(v))) return false;
-    stack_.push_back(Frame{nullptr, a});
+    stack_.push_back(Frame{nullptr, a, elements_.size()});
     return true;
   }
   bool EndArray(rapidjson::SizeType) {
+    const Frame& f = stack_.back();
+    f.array->reserve(elements_.size() - f.first);
+    std::move(elements_.begin() + f.first, elements_.end(), std::back_inserter(*f.array));
+    elements_.resize(f.first);
     stack_.pop_back();
     return true;
   }
@@ -137,21 +148,24 @@ class TreeBuilder {
   struct Frame {
     Object* object;
     Array* array;
+    size_t first;  // where this container's entries start on the scratch stack
   };
 
   bool Add(VariantPtr v) {
     if (stack_.empty()) {
       root_ = std::move(v);
-    } else if (Frame& f = stack_.back(); f.object) {
-      f.object->emplace_back(std::move(key_), std::move(v));
+    } else if (stack_.back().object) {
+      members_.emplace_back(std::move(key_), std::move(v));
       key_.clear();
     } else {
-      f.array->push_back(std::move(v));
+      elements_.push_back(std::move(v));
     }
     return true;
   }
 
   std::vector<Frame> stack_;
+  Object members_;
+  Array elements_;
   std::string key_;
   VariantPtr root_;
 };
@@ -307,6 +321,239 @@ std::u16string GetJSONString(const VariantPtr& value, bool formatted) {
   }
   // The buffer counts bytes, not units.
   return std::u16string(buffer.GetString(), buffer.GetSize() / sizeof(char16_t));
+}
+
+// ---- streaming ----
+
+JSONHandler::~JSONHandler() = default;
+
+namespace {
+
+// UTF-16 to UTF-8 into a reused buffer; ASCII (every key and most strings) widens in place.
+void AssignUtf8(std::string& out, const char16_t* s, size_t n) {
+  out.resize(n);
+  for (size_t i = 0; i < n; ++i) {
+    if (s[i] >= 0x80) {
+      out = UTF16ToUTF8(s, n);
+      return;
+    }
+    out[i] = static_cast<char>(s[i]);
+  }
+}
+
+void AssignUtf16(std::u16string& out, const char* s, size_t n) {
+  out.resize(n);
+  for (size_t i = 0; i < n; ++i) {
+    if (static_cast<unsigned char>(s[i]) >= 0x80) {
+      out = UTF8ToUTF16(s, n);
+      return;
+    }
+    out[i] = static_cast<char16_t>(s[i]);
+  }
+}
+
+// A bounded stream that also mends escaped lone surrogates as it goes, so that a handler sees
+// each event once: when an escape names a surrogate that is not half of an escaped pair, the
+// parser is fed "uFFFD" from a side buffer in place of its four digits (the rule JSONParse
+// applies by rewriting a copy). Only the backslash of an escape start is examined.
+class MendingStream {
+ public:
+  typedef char16_t Ch;
+  MendingStream(const Ch* begin, const Ch* end)
+      : begin_(begin), p_(begin), end_(end), text_end_(end) {}
+  Ch Peek() {
+    if (p_ == end_ && !Resume()) return Ch(0);
+    return *p_;
+  }
+  Ch Take() {
+    if (p_ == end_ && !Resume()) return Ch(0);
+    Ch c = *p_++;
+    if (c == '\\') {
+      if (skip_backslash_)
+        skip_backslash_ = false;
+      else
+        OnEscape();
+    }
+    return c;
+  }
+  size_t Tell() const { return static_cast<size_t>((mending_ ? resume_ : p_) - begin_); }
+  bool AtEnd() const { return !mending_ && p_ == end_; }
+  Ch* PutBegin() { return nullptr; }
+  void Put(Ch) {}
+  void Flush() {}
+  size_t PutEnd(Ch*) { return 0; }
+
+ private:
+  bool Resume() {
+    if (!mending_) return false;
+    mending_ = false;
+    p_ = resume_;
+    end_ = text_end_;
+    return p_ != end_;
+  }
+  // p_ is on the unit after an escape's backslash.
+  void OnEscape() {
+    if (mending_) return;  // inside "uFFFD": no backslash there
+    const size_t length = static_cast<size_t>(text_end_ - begin_);
+    const size_t at = static_cast<size_t>(p_ - begin_) - 1;
+    if (p_ < text_end_ && *p_ == '\\') {
+      skip_backslash_ = true;  // an escaped backslash starts nothing
+      return;
+    }
+    const int unit = EscapedUnit(begin_, length, at);
+    if (unit < 0xD800 || unit > 0xDFFF) return;
+    if (unit <= 0xDBFF) {
+      const int low = EscapedUnit(begin_, length, at + 6);
+      if (low >= 0xDC00 && low <= 0xDFFF) {
+        skip_backslash_ = true;  // the pair's second backslash is no escape start of its own
+        return;
+      }
+    }
+    mending_ = true;
+    resume_ = p_ + 5;
+    p_ = kMended;
+    end_ = kMended + 5;
+  }
+
+  static constexpr Ch kMended[6] = u"uFFFD";
+  const Ch* begin_;
+  const Ch* p_;
+  const Ch* end_;
+  const Ch* text_end_;
+  const Ch* resume_ = nullptr;
+  bool mending_ = false;
+  bool skip_backslash_ = false;
+};
+
+// RapidJSON's SAX events to a JSONHandler, in the number kinds and depth limit of the tree.
+class Forwarder {
+ public:
+  typedef char16_t Ch;
+  explicit Forwarder(JSONHandler& h) : h_(h) {}
+
+  bool Null() { return h_.Null(); }
+  bool Bool(bool b) { return h_.Bool(b); }
+  bool Int(int i) { return h_.Int64(i); }
+  bool Uint(unsigned u) { return h_.Int64(static_cast<int64_t>(u)); }
+  bool Int64(int64_t i) { return h_.Int64(i); }
+  bool Uint64(uint64_t u) {
+    if (u <= static_cast<uint64_t>(std::numeric_limits<int64_t>::max()))
+      return h_.Int64(static_cast<int64_t>(u));
+    return h_.Uint64(u);
+  }
+  bool Double(double d) { return h_.Double(d); }
+  bool RawNumber(const Ch*, rapidjson::SizeType, bool) { return false; }
+  bool String(const Ch* s, rapidjson::SizeType n, bool) {
+    AssignUtf8(text_, s, n);
+    return h_.String(text_.data(), text_.size());
+  }
+  bool Key(const Ch* s, rapidjson::SizeType n, bool) {
+    AssignUtf8(text_, s, n);
+    return h_.Key(text_.data(), text_.size());
+  }
+  bool StartObject() { return Enter() && h_.StartObject(); }
+  bool EndObject(rapidjson::SizeType) {
+    --depth_;
+    return h_.EndObject();
+  }
+  bool StartArray() { return Enter() && h_.StartArray(); }
+  bool EndArray(rapidjson::SizeType) {
+    --depth_;
+    return h_.EndArray();
+  }
+
+ private:
+  bool Enter() { return depth_ < kMaxJSONDepth && ++depth_ > 0; }
+
+  JSONHandler& h_;
+  int depth_ = 0;
+  std::string text_;
+};
+
+}  // namespace
+
+bool JSONRead(const char16_t* text, size_t length, JSONHandler& handler) {
+  if (!text) return false;
+  MendingStream stream(text, text + length);
+  Forwarder forwarder(handler);
+  rapidjson::GenericReader<U16, U16> reader;
+  if (!reader.Parse<kParseFlags>(stream, forwarder)) return false;
+  // A zero unit stops the parser as the end would; it and what follows are trailing garbage.
+  return stream.AtEnd();
+}
+
+struct JSONWriter::Impl {
+  explicit Impl(bool pretty) : formatted(pretty), compact(buffer), indented(buffer) {
+    indented.SetIndent(' ', 2);
+  }
+  template <typename F>
+  void Do(F&& f) {
+    if (formatted)
+      f(indented);
+    else
+      f(compact);
+  }
+  bool formatted;
+  Buffer buffer;
+  rapidjson::Writer<Buffer, U16, U16> compact;
+  rapidjson::PrettyWriter<Buffer, U16, U16> indented;
+  std::u16string text;
+};
+
+JSONWriter::JSONWriter(bool formatted) : impl_(new Impl(formatted)) {}
+JSONWriter::~JSONWriter() {
+  delete impl_;
+}
+
+void JSONWriter::Null() {
+  impl_->Do([](auto& w) { w.Null(); });
+}
+void JSONWriter::Bool(bool b) {
+  impl_->Do([b](auto& w) { w.Bool(b); });
+}
+void JSONWriter::Int64(int64_t i) {
+  impl_->Do([i](auto& w) { w.Int64(i); });
+}
+void JSONWriter::Uint64(uint64_t u) {
+  impl_->Do([u](auto& w) { w.Uint64(u); });
+}
+void JSONWriter::Double(double d) {
+  // JSON has no spelling for NaN or infinity; they are written as null, as the tree writer does.
+  if (std::isfinite(d))
+    impl_->Do([d](auto& w) { w.Double(d); });
+  else
+    Null();
+}
+void JSONWriter::String(const char* utf8, size_t size) {
+  AssignUtf16(impl_->text, utf8, size);
+  const std::u16string& t = impl_->text;
+  impl_->Do([&t](auto& w) { w.String(t.data(), static_cast<rapidjson::SizeType>(t.size())); });
+}
+void JSONWriter::Key(const char* utf8, size_t size) {
+  AssignUtf16(impl_->text, utf8, size);
+  const std::u16string& t = impl_->text;
+  impl_->Do([&t](auto& w) { w.Key(t.data(), static_cast<rapidjson::SizeType>(t.size())); });
+}
+void JSONWriter::StartObject() {
+  impl_->Do([](auto& w) { w.StartObject(); });
+}
+void JSONWriter::EndObject() {
+  impl_->Do([](auto& w) { w.EndObject(); });
+}
+void JSONWriter::StartArray() {
+  impl_->Do([](auto& w) { w.StartArray(); });
+}
+void JSONWriter::EndArray() {
+  impl_->Do([](auto& w) { w.EndArray(); });
+}
+
+std::u16string JSONWriter::TakeText() {
+  Buffer& b = impl_->buffer;
+  std::u16string out(b.GetString(), b.GetSize() / sizeof(char16_t));
+  b.Clear();
+  impl_->compact.Reset(b);
+  impl_->indented.Reset(b);
+  return out;
 }
 
 }  // namespace vxcore

@@ -57,6 +57,68 @@ inline VariantPtr JSONParse(const std::u16string& text) {
 // boost::bad_any_cast for a held type outside the model.
 VX_API std::u16string GetJSONString(const VariantPtr& value, bool formatted);
 
+// ---- streaming JSON ------------------------------------------------------------------------
+// For readers that fill their own records: no tree is built, so a value costs no allocation.
+//
+// Events of JSONRead. Strings and keys arrive as UTF-8 (converted as UTF16ToUTF8 does; the
+// bytes are valid only during the call, not terminated). Integers arrive in the kind JSONParse
+// gives them: Int64 when they fit int64, Uint64 when larger; other numbers as Double. A handler
+// returns false to stop the walk (JSONRead then returns false); an exception thrown by a
+// handler passes out of JSONRead unchanged.
+class VX_API JSONHandler {
+ public:
+  virtual ~JSONHandler();
+  virtual bool Null() = 0;
+  virtual bool Bool(bool b) = 0;
+  virtual bool Int64(int64_t i) = 0;
+  virtual bool Uint64(uint64_t u) = 0;
+  virtual bool Double(double d) = 0;
+  virtual bool String(const char* utf8, size_t size) = 0;
+  virtual bool StartObject() = 0;
+  virtual bool Key(const char* utf8, size_t size) = 0;
+  virtual bool EndObject() = 0;
+  virtual bool StartArray() = 0;
+  virtual bool EndArray() = 0;
+};
+
+// Walks UTF-16 JSON text, calling `handler` once per event in text order. Accepts exactly the
+// texts JSONParse accepts (the same nesting limit, lone surrogates become U+FFFD) and returns
+// false for the others; events delivered before a fault are not taken back. Never reads
+// outside [text, text + length).
+VX_API bool JSONRead(const char16_t* text, size_t length, JSONHandler& handler);
+
+// Writes JSON text as a stream of events, giving the same text as GetJSONString of the tree
+// the same events would build (compact, or indented when `formatted`): doubles read back to the
+// same double, NaN and infinities as null, invalid UTF-8 as U+FFFD. The caller keeps the events
+// balanced (a key before each member value). One thread at a time.
+class VX_API JSONWriter {
+ public:
+  explicit JSONWriter(bool formatted = false);
+  ~JSONWriter();
+  JSONWriter(const JSONWriter&) = delete;
+  JSONWriter& operator=(const JSONWriter&) = delete;
+
+  void Null();
+  void Bool(bool b);
+  void Int64(int64_t i);
+  void Uint64(uint64_t u);
+  void Double(double d);
+  void String(const char* utf8, size_t size);
+  void String(const std::string& utf8) { String(utf8.data(), utf8.size()); }
+  void StartObject();
+  void Key(const char* utf8, size_t size);
+  void Key(const std::string& utf8) { Key(utf8.data(), utf8.size()); }
+  void EndObject();
+  void StartArray();
+  void EndArray();
+  // The text written so far; the writer is empty and ready for a new value afterwards.
+  std::u16string TakeText();
+
+ private:
+  struct Impl;
+  Impl* impl_;
+};
+
 // ---- hashing -------------------------------------------------------------------------------
 // A 128-bit stream hash (XXH3-128): the same bytes give the same value on every run and machine.
 class VX_API MixHash {
@@ -93,8 +155,12 @@ class VX_API RecursiveMutex {
 // content, never reads past `size`.
 VX_API std::u16string UTF8ToUTF16(const char* s, size_t size);
 VX_API std::string UTF16ToUTF8(const char16_t* s, size_t size);
-inline std::u16string UTF8ToUTF16(const std::string& s) { return UTF8ToUTF16(s.data(), s.size()); }
-inline std::string UTF16ToUTF8(const std::u16string& s) { return UTF16ToUTF8(s.data(), s.size()); }
+inline std::u16string UTF8ToUTF16(const std::string& s) {
+  return UTF8ToUTF16(s.data(), s.size());
+}
+inline std::string UTF16ToUTF8(const std::u16string& s) {
+  return UTF16ToUTF8(s.data(), s.size());
+}
 
 // ---- recycled memory -----------------------------------------------------------------------
 // A block of at least `size` bytes taken from a process-wide pool of reusable blocks and given
