@@ -10,9 +10,15 @@ namespace vetext {
 
 // Compact UTF-16 JSON text of a layout, members in the record's order.
 std::u16string LayoutToText(const LayoutRecord& layout, bool formatted = false);
-// Reads layout text into `out` (missing keys read as zero/false/empty, "mOverSampling" too).
-// Throws KTE::Error("JSON not well-formed") for text that does not parse, and
-// boost::bad_any_cast for a member of the wrong type.
+// Reads layout text into `out` (missing keys read as zero/false/empty, "mOverSampling" too;
+// unknown keys are ignored; of duplicate keys the first counts). Throws KTE::Error("JSON not
+// well-formed") for text that does not parse, and boost::bad_any_cast for a member of the wrong
+// type; `out` is left as it was on both.
 void TextToLayout(const char16_t* text, size_t length, LayoutRecord& out);
+
+// The same two operations through the host's value tree (build the tree, then write or read
+// it). Slower; kept as the reference the streaming forms above are checked against.
+std::u16string LayoutToTextTree(const LayoutRecord& layout, bool formatted = false);
+void TextToLayoutTree(const char16_t* text, size_t length, LayoutRecord& out);
 
 }  // namespace vetext
