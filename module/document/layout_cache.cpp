@@ -194,4 +194,28 @@ VxStatus GetLayoutFromParam(InputRecord* in, OutputRecord* out_record, ParamList
   return kStatusOk;
 }
 
+VxStatus StoreLayoutForDocument(const KTE::Document& doc, VxHandle handle, InputRecord* in,
+                                OutputRecord* /*out_record*/) {
+  if (in == nullptr || in->utils == nullptr || in->utils->get_handle_size == nullptr ||
+      handle == nullptr || *handle == nullptr)
+    return kStatusStructDamaged;
+  const uint64_t size = in->utils->get_handle_size(handle);
+  if (size == 0) return kStatusStructDamaged;
+  CacheSuites suites(in);
+  if (!suites.ok()) return kStatusOk;
+  // The handle is the host's: key a private copy, as the parameter path does.
+  std::vector<uint8_t> copy(static_cast<const uint8_t*>(*handle),
+                            static_cast<const uint8_t*>(*handle) + size);
+  char key[37];
+  MakeLayoutKey(copy.data(), copy.size(), key);
+  // Looked up before composing: an editing path that stores an unchanged document pays a
+  // lookup, not a composition.
+  PixRef found(suites.pix());
+  if (suites.cache()->lookup(key, found.slot()) >= 0 && found.get() != nullptr) return kStatusOk;
+  LayoutRecord composed;
+  KTE::Compose(doc, composed);
+  AddEntry(suites, key, LayoutToText(composed));  // a failed host call leaves no entry behind
+  return kStatusOk;
+}
+
 }  // namespace vetext

@@ -8,6 +8,10 @@
 #include "document/records.h"
 #include "vetext/effect.h"
 
+namespace KTE {
+class Document;
+}
+
 namespace vetext {
 
 // The 36-character key text (8-4-4-4-12, lowercase hex) plus terminator for a document block.
@@ -23,6 +27,15 @@ void BuildTextLayout(const uint8_t* block, size_t size, LayoutRecord& out, Input
 // The layout of the Source Text parameter: 512 for an empty handle (no cache traffic), else 0.
 VxStatus GetLayoutFromParam(InputRecord* in, OutputRecord* out_record, ParamList* params,
                             LayoutRecord& out);
+
+// Stores the layout of a live document under the key of the document parameter's handle bytes
+// (its block), so that the next request for that block is a cache hit. Composes from `doc`
+// directly, without reading the block; adds nothing when the key is already present. Does not
+// take the composition mutex: the host cache is safe to add to from any thread. Returns 0, also
+// when a suite is missing (nothing is stored then); 512 for a missing or empty handle (no cache
+// traffic). Engine failures pass out as KTE::Error.
+VxStatus StoreLayoutForDocument(const KTE::Document& doc, VxHandle handle, InputRecord* in,
+                                OutputRecord* out_record);
 
 // The process-wide recursive mutex that serialises composition into the cache.
 void LockCompositionMutex();

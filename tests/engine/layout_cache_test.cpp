@@ -270,4 +270,74 @@ TEST_F(LayoutCacheTest, ParameterPathCopiesTheHandleAndRejectsAnEmptyOne) {
   EXPECT_EQ(after.hits + after.misses, before.hits + before.misses);
 }
 
+// The editing path: a live document stored under the bytes of the parameter's handle.
+class StoreLayoutTest : public LayoutCacheTest {
+ protected:
+  StoreLayoutTest() { utils_.get_handle_size = &HandleSize; }
+  VxStatus Store(const KTE::Document& doc, std::vector<uint8_t>& bytes) {
+    size_ = bytes.size();
+    cells_[0] = bytes.data();
+    cells_[1] = &size_;
+    return vetext::StoreLayoutForDocument(doc, cells_, &in_, &out_);
+  }
+  uint64_t size_ = 0;
+  void* cells_[2] = {nullptr, nullptr};
+};
+
+TEST_F(StoreLayoutTest, StoresTheLiveDocumentsLayoutUnderTheHandlesKeyOnce) {
+  std::vector<uint8_t> block = Block(u"Stored while editing");
+  KTE::DocumentPtr live = KTE::MakeDocument(block.data(), block.size());
+  EXPECT_EQ(Store(*live, block), kStatusOk);
+  EXPECT_EQ(host_.cache().Stats().adds, 1u);
+  // The next request for the block is a hit: no composition, the same layout.
+  const LayoutRecord expected = Direct(block);
+  uint64_t before = KTE::ComposeCount();
+  EXPECT_EQ(Build(block), expected);
+  EXPECT_EQ(KTE::ComposeCount(), before);
+  // Present already: neither composed nor added again.
+  before = KTE::ComposeCount();
+  EXPECT_EQ(Store(*live, block), kStatusOk);
+  EXPECT_EQ(KTE::ComposeCount(), before);
+  EXPECT_EQ(host_.cache().Stats().adds, 1u);
+  EXPECT_EQ(host_.cache().Stats().entries, 1u);
+}
+
+TEST_F(StoreLayoutTest, ComposesTheLiveDocumentNotTheBlockAndKeysTheBlock) {
+  std::vector<uint8_t> old_block = Block(u"Before the edit");
+  std::vector<uint8_t> new_block = Block(u"After the edit", 60.0f);
+  KTE::DocumentPtr live = KTE::MakeDocument(new_block.data(), new_block.size());
+  EXPECT_EQ(Store(*live, old_block), kStatusOk);
+  // Under the handle's key sits the live document's layout.
+  const LayoutRecord expected = Direct(new_block);
+  uint64_t before = KTE::ComposeCount();
+  EXPECT_EQ(Build(old_block), expected);
+  EXPECT_EQ(KTE::ComposeCount(), before);
+  EXPECT_NE(Direct(old_block), Direct(new_block));
+}
+
+TEST_F(StoreLayoutTest, MissingSuitesOrAnEmptyHandleStoreNothing) {
+  std::vector<uint8_t> block = Block(u"Nowhere to store");
+  KTE::DocumentPtr live = KTE::MakeDocument(block.data(), block.size());
+  for (const char* name : {kRPixCacheSuiteName, kRPixCreatorSuiteName, kRPixSuiteName}) {
+    SCOPED_TRACE(name);
+    host_.faults().missing_suites = {name};
+    int64_t acquired = host_.stats().suites_acquired, released = host_.stats().suites_released;
+    EXPECT_EQ(Store(*live, block), kStatusOk);
+    EXPECT_EQ(host_.cache().Stats().entries, 0u);
+    EXPECT_EQ(host_.stats().suites_acquired - acquired, host_.stats().suites_released - released);
+  }
+  host_.faults().missing_suites.clear();
+  host_.faults().null_suites = {kRPixCreatorSuiteName};
+  EXPECT_EQ(Store(*live, block), kStatusOk);
+  EXPECT_EQ(host_.cache().Stats().entries, 0u);
+  host_.faults().null_suites.clear();
+
+  std::vector<uint8_t> empty;
+  vxhost::CacheStats before = host_.cache().Stats();
+  EXPECT_EQ(Store(*live, empty), kStatusStructDamaged);
+  vxhost::CacheStats after = host_.cache().Stats();
+  EXPECT_EQ(after.hits + after.misses + after.adds, before.hits + before.misses + before.adds);
+  EXPECT_EQ(vetext::StoreLayoutForDocument(*live, nullptr, &in_, &out_), kStatusStructDamaged);
+}
+
 }  // namespace
