@@ -10,7 +10,9 @@
 // interleaved within each repeat, in a rotating order; the table shows medians of the per-frame
 // time over the repeats and ratios to the floor and between peers.
 //
-//   bench_render [--frames N] [--repeats R] [--only-1080]
+//   bench_render [--frames N] [--repeats R] [--only-1080] [--match TEXT]
+//
+// --match keeps the scenarios whose name contains TEXT (for profiling one of them).
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -414,6 +416,7 @@ double Median(std::vector<double> v) {
 int main(int argc, char** argv) {
   int frames = 12, repeats = 5;
   bool only_1080 = false;
+  std::string match;
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
     if (a == "--frames" && i + 1 < argc)
@@ -422,8 +425,11 @@ int main(int argc, char** argv) {
       repeats = std::max(1, std::atoi(argv[++i]));
     else if (a == "--only-1080")
       only_1080 = true;
+    else if (a == "--match" && i + 1 < argc)
+      match = argv[++i];
     else {
-      std::fprintf(stderr, "usage: bench_render [--frames N] [--repeats R] [--only-1080]\n");
+      std::fprintf(stderr,
+                   "usage: bench_render [--frames N] [--repeats R] [--only-1080] [--match TEXT]\n");
       return 2;
     }
   }
@@ -448,8 +454,10 @@ int main(int argc, char** argv) {
     if (h == 2160 && only_1080) continue;
     for (bool paragraph : {false, true})
       for (bool counter : {false, true})
-        for (bool rotated : {false, true})
-          scenarios.push_back({paragraph, h * 16 / 9, h, counter, rotated});
+        for (bool rotated : {false, true}) {
+          Scenario s{paragraph, h * 16 / 9, h, counter, rotated};
+          if (match.empty() || s.Name().find(match) != std::string::npos) scenarios.push_back(s);
+        }
   }
 
   std::printf("Per-frame milliseconds, median of %d repeats of %d frames (BGRA, one thread).\n\n",

@@ -149,6 +149,33 @@ struct Span {
   int32_t x0, x1;  // [x0, x1)
 };
 
+// The inverse mapping of a placement onto a reduction with factors (fx, fy), displaced by
+// (shift_x, shift_y) reduced pixels. False when it is not finite.
+bool MakeMapping(const Placement& pl, int32_t fx, int32_t fy, double shift_x, double shift_y,
+                 Mapping* out) {
+  double c, s;
+  CosSin(pl.rotation_deg, &c, &s);
+  const double kx = 1.0 / (pl.scale_x * fx), ky = 1.0 / (pl.scale_y * fy);
+  const double ox = 0.5 - pl.dst_x, oy = 0.5 - pl.dst_y;
+  Mapping m;
+  m.bx = c * kx;
+  m.cx = -s * kx;
+  m.by = s * ky;
+  m.cy = c * ky;
+  m.ax = pl.src_x / fx + 1.0 + (c * ox - s * oy) * kx - 0.5 + shift_x;
+  m.ay = pl.src_y / fy + 1.0 + (s * ox + c * oy) * ky - 0.5 + shift_y;
+  for (double v : {m.ax, m.bx, m.cx, m.ay, m.by, m.cy})
+    if (!std::isfinite(v)) return false;
+  *out = m;
+  return true;
+}
+
+// Whether a mapping takes destination pixels one to one onto reduced pixels (upright, unit
+// step): the rotation is exactly a whole turn and the scale exactly the inverse factor.
+bool OneToOne(const Mapping& m) {
+  return m.bx == 1.0 && m.cy == 1.0 && m.cx == 0.0 && m.by == 0.0;
+}
+
 }  // namespace
 
 void BlendRowScalar(const uint8_t* base, int32_t wp, int32_t hp, float u0, float du, float v0,
@@ -231,14 +258,105 @@ void BlendRowSse2(const uint8_t* base, int32_t wp, int32_t hp, float u0, float d
 }
 #endif
 
+// Whole-pixel blend, opacity 1: d = s + d (255 - a) / 255 rounded, saturated. The resampling
+// path computes the same in single precision, and since d (255 - a) / 255 is never within its
+// rounding error of a half, both give the same bytes.
+void BlendExactRowScalar(const uint8_t* s, uint8_t* d, int32_t n) {
+  for (int32_t i = 0; i < n; ++i, s += 4, d += 4) {
+    const uint32_t inv = 255u - s[3];
+    for (int c = 0; c < 4; ++c) {
+      uint32_t t = d[c] * inv + 128u;
+      t = (t + (t >> 8)) >> 8;
+      d[c] = static_cast<uint8_t>(std::min<uint32_t>(s[c] + t, 255u));
+    }
+  }
+}
+
+#if defined(__SSE2__)
+// Four pixels at a time; fully transparent groups are skipped and fully opaque ones copied,
+// which is most of a text image.
+void BlendExactRowSse2(const uint8_t* s, uint8_t* d, int32_t n) {
+  const __m128i zero = _mm_setzero_si128();
+  const __m128i amask = _mm_set1_epi32(static_cast<int32_t>(0xff000000u));
+  const __m128i c255 = _mm_set1_epi16(255), c128 = _mm_set1_epi16(128);
+  int32_t i = 0;
+  for (; i + 4 <= n; i += 4, s += 16, d += 16) {
+    const __m128i sp = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s));
+    if (_mm_movemask_epi8(_mm_cmpeq_epi8(sp, zero)) == 0xffff) continue;
+    const __m128i alpha = _mm_and_si128(sp, amask);
+    if (_mm_movemask_epi8(_mm_cmpeq_epi32(alpha, amask)) == 0xffff) {
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), sp);
+      continue;
+    }
+    const __m128i dp = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d));
+    __m128i half[2];
+    for (int h = 0; h < 2; ++h) {
+      const __m128i s16 = h ? _mm_unpackhi_epi8(sp, zero) : _mm_unpacklo_epi8(sp, zero);
+      const __m128i d16 = h ? _mm_unpackhi_epi8(dp, zero) : _mm_unpacklo_epi8(dp, zero);
+      __m128i a = _mm_shufflelo_epi16(s16, _MM_SHUFFLE(3, 3, 3, 3));
+      a = _mm_shufflehi_epi16(a, _MM_SHUFFLE(3, 3, 3, 3));
+      __m128i t = _mm_add_epi16(_mm_mullo_epi16(d16, _mm_sub_epi16(c255, a)), c128);
+      t = _mm_srli_epi16(_mm_add_epi16(t, _mm_srli_epi16(t, 8)), 8);
+      half[h] = t;
+    }
+    const __m128i out = _mm_adds_epu8(sp, _mm_packus_epi16(half[0], half[1]));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), out);
+  }
+  BlendExactRowScalar(s, d, n - i);
+}
+#endif
+
+// Whole-pixel blend at another opacity: the resampling path's arithmetic with the sample
+// falling exactly on one pixel.
+void BlendExactRowOpacity(const uint8_t* s, uint8_t* d, int32_t n, float opacity) {
+  const float k255 = opacity / 255.0f;
+  for (int32_t i = 0; i < n; ++i, s += 4, d += 4) {
+    if ((s[0] | s[1] | s[2] | s[3]) == 0) continue;
+    const float keep = 1.0f - static_cast<float>(s[3]) * k255;
+    for (int c = 0; c < 4; ++c) {
+      const float o = static_cast<float>(d[c]) * keep + static_cast<float>(s[c]) * opacity + 0.5f;
+      d[c] = static_cast<uint8_t>(std::min(o, 255.0f));
+    }
+  }
+}
+
 namespace {
 
 // Chosen once: SSE2 is part of every x86-64, so no run-time check is needed.
 #if defined(__SSE2__)
 constexpr BlendRowFn kBlendRow = &BlendRowSse2;
+constexpr BlendExactRowFn kBlendExactRow = &BlendExactRowSse2;
 #else
 constexpr BlendRowFn kBlendRow = &BlendRowScalar;
+constexpr BlendExactRowFn kBlendExactRow = &BlendExactRowScalar;
 #endif
+
+// The one-to-one path: destination pixel (X, Y) takes bordered reduced pixel (u0 + X, v0 + Y).
+void CompositeExact(const IR_Prefiltered& src, int64_t u0, int64_t v0, uint8_t* dst,
+                    ptrdiff_t dst_row_bytes, int32_t dst_width, int32_t dst_height, float opacity) {
+  const auto* base = static_cast<const uint8_t*>(src.data);
+  const size_t stride = static_cast<size_t>(src.width + 2) * 4;
+  for (int32_t i = 0; i < src.height; ++i) {
+    const int64_t y = int64_t{i} + 1 - v0;
+    if (y < 0 || y >= dst_height) continue;
+    int64_t a = 0, b = src.width;
+    if (src.row_spans) {
+      a = std::max<int64_t>(src.row_spans[2 * i], 0);
+      b = std::min<int64_t>(src.row_spans[2 * i + 1], src.width);
+    }
+    a = std::max<int64_t>(a, u0 - 1);                       // x >= 0
+    b = std::min<int64_t>(b, int64_t{dst_width} + u0 - 1);  // x < dst_width
+    if (a >= b) continue;
+    const uint8_t* s = base + static_cast<size_t>(i + 1) * stride + static_cast<size_t>(a + 1) * 4;
+    uint8_t* d =
+        dst + static_cast<ptrdiff_t>(y) * dst_row_bytes + static_cast<ptrdiff_t>(a + 1 - u0) * 4;
+    const int32_t n = static_cast<int32_t>(b - a);
+    if (opacity == 1.0f)
+      kBlendExactRow(s, d, n);
+    else
+      BlendExactRowOpacity(s, d, n, opacity);
+  }
+}
 
 void BlendRows(const IR_Prefiltered& src, const Mapping& m, const std::vector<Span>& spans,
                int32_t y_begin, int32_t y_end, uint8_t* dst, ptrdiff_t dst_row_bytes,
@@ -289,8 +407,35 @@ void Reduce(const uint8_t* src, ptrdiff_t src_row_bytes, int32_t w, int32_t h, i
   other.join();
 }
 
+void ComputeSpans(const IR_Prefiltered& src, int32_t* spans) {
+  const auto* base = static_cast<const uint8_t*>(src.data);
+  const size_t stride = static_cast<size_t>(src.width + 2) * 4;
+  for (int32_t i = 0; i < src.height; ++i) {
+    const uint32_t* row = reinterpret_cast<const uint32_t*>(base + (i + 1) * stride) + 1;
+    int32_t a = 0, b = src.width;
+    while (a < b && row[a] == 0) ++a;
+    while (b > a && row[b - 1] == 0) --b;
+    spans[2 * i] = a;
+    spans[2 * i + 1] = b;
+  }
+}
+
+bool AlignedShift(const Placement& pl, int32_t fx, int32_t fy, int32_t steps, int32_t* shift_x,
+                  int32_t* shift_y) {
+  Mapping m;
+  if (!MakeMapping(pl, fx, fy, 0.0, 0.0, &m) || !OneToOne(m)) return false;
+  // The displacement that brings the sample offset to a whole pixel, rounded to a step.
+  auto step_of = [steps](double a) {
+    const double f = std::ceil(a) - a;  // in [0, 1)
+    return static_cast<int32_t>(std::lround(f * steps) % steps);
+  };
+  *shift_x = step_of(m.ax);
+  *shift_y = step_of(m.ay);
+  return true;
+}
+
 bool Composite(const IR_Prefiltered& src, const Placement& pl, uint8_t* dst,
-               ptrdiff_t dst_row_bytes, int32_t dst_width, int32_t dst_height) {
+               ptrdiff_t dst_row_bytes, int32_t dst_width, int32_t dst_height, bool allow_exact) {
   const double vals[] = {pl.src_x,   pl.src_y,   pl.dst_x,        pl.dst_y,
                          pl.scale_x, pl.scale_y, pl.rotation_deg, pl.opacity};
   for (double v : vals)
@@ -299,19 +444,24 @@ bool Composite(const IR_Prefiltered& src, const Placement& pl, uint8_t* dst,
   if (src.width <= 0 || src.height <= 0 || dst_width <= 0 || dst_height <= 0) return true;
   const float opacity = std::min(pl.opacity, 1.0f);
 
-  double c, s;
-  CosSin(pl.rotation_deg, &c, &s);
-  const double kx = 1.0 / (pl.scale_x * src.factor_x), ky = 1.0 / (pl.scale_y * src.factor_y);
-  const double ox = 0.5 - pl.dst_x, oy = 0.5 - pl.dst_y;
+  const bool shifted = src.shift_steps > 0;
+  const double step = shifted ? 1.0 / src.shift_steps : 0.0;
   Mapping m;
-  m.bx = c * kx;
-  m.cx = -s * kx;
-  m.by = s * ky;
-  m.cy = c * ky;
-  m.ax = pl.src_x / src.factor_x + 1.0 + (c * ox - s * oy) * kx - 0.5;
-  m.ay = pl.src_y / src.factor_y + 1.0 + (s * ox + c * oy) * ky - 0.5;
-  for (double v : {m.ax, m.bx, m.cx, m.ay, m.by, m.cy})
-    if (!std::isfinite(v)) return false;
+  if (!MakeMapping(pl, src.factor_x, src.factor_y, shifted ? src.shift_x * step : 0.0,
+                   shifted ? src.shift_y * step : 0.0, &m))
+    return false;
+  if (allow_exact && OneToOne(m)) {
+    // A displaced image was drawn at the nearest step to whole pixels: the rest is below the
+    // precision it was drawn with.
+    const double tol = shifted ? 0.5 * step + 1e-9 : 1e-9;
+    const double u0 = std::round(m.ax), v0 = std::round(m.ay);
+    if (std::fabs(m.ax - u0) <= tol && std::fabs(m.ay - v0) <= tol && std::fabs(u0) < 1e9 &&
+        std::fabs(v0) < 1e9) {
+      CompositeExact(src, static_cast<int64_t>(u0), static_cast<int64_t>(v0), dst, dst_row_bytes,
+                     dst_width, dst_height, opacity);
+      return true;
+    }
+  }
 
   // A sample touches the image (not only the border) when 0 < u < width + 1.
   const double uhi = src.width + 1.0, vhi = src.height + 1.0;
@@ -395,7 +545,36 @@ int32_t IR_Prefilter(const void* src, int32_t src_row_bytes, int32_t src_width, 
   result->factor_y = factor_y;
   result->src_width = src_width;
   result->src_height = src_height;
+  result->row_spans = nullptr;
+  result->shift_steps = result->shift_x = result->shift_y = 0;
   return 0;
+}
+
+int32_t IR_PrefilterSpans(const IR_Prefiltered* src, int32_t* spans) {
+  if (!src || !spans || !src->data || src->width <= 0 || src->height <= 0) return -1;
+  ir::ComputeSpans(*src, spans);
+  return 0;
+}
+
+int32_t IR_AlignedShift(int32_t src_width, int32_t src_height, int32_t factor_x, int32_t factor_y,
+                        int32_t dst_width, int32_t dst_height, IR_Point dst_point,
+                        IR_Point src_point, IR_Point scale, double rotation_deg, int32_t steps,
+                        int32_t* shift_x, int32_t* shift_y) {
+  if (src_width <= 0 || src_height <= 0 || factor_x <= 0 || factor_y <= 0 || dst_width <= 0 ||
+      dst_height <= 0 || steps <= 0 || !shift_x || !shift_y || !std::isfinite(rotation_deg))
+    return 0;
+  for (float v : {dst_point.x, dst_point.y, src_point.x, src_point.y, scale.x, scale.y})
+    if (!std::isfinite(v)) return 0;
+  ir::Placement pl;
+  pl.src_x = static_cast<double>(src_point.x) * src_width;
+  pl.src_y = static_cast<double>(src_point.y) * src_height;
+  pl.dst_x = static_cast<double>(dst_point.x) * dst_width;
+  pl.dst_y = static_cast<double>(dst_point.y) * dst_height;
+  pl.scale_x = scale.x;
+  pl.scale_y = scale.y;
+  pl.rotation_deg = rotation_deg;
+  pl.opacity = 1.0f;
+  return ir::AlignedShift(pl, factor_x, factor_y, steps, shift_x, shift_y) ? 1 : 0;
 }
 
 int32_t IR_MotionPrefiltered(const IR_Prefiltered* src, int32_t format, void* dst,
@@ -409,6 +588,10 @@ int32_t IR_MotionPrefiltered(const IR_Prefiltered* src, int32_t format, void* ds
   if (!src->data || src->factor_x <= 0 || src->factor_y <= 0 ||
       ir::ReducedExtent(src->src_width, src->factor_x) != src->width ||
       ir::ReducedExtent(src->src_height, src->factor_y) != src->height)
+    return -1;
+  if (src->shift_steps < 0 ||
+      (src->shift_steps > 0 && (src->shift_x < 0 || src->shift_x >= src->shift_steps ||
+                                src->shift_y < 0 || src->shift_y >= src->shift_steps)))
     return -1;
   for (float v : {dst_point.x, dst_point.y, src_point.x, src_point.y, scale.x, scale.y, opacity})
     if (!std::isfinite(v)) return -1;
@@ -489,6 +672,8 @@ int32_t IR_Motion(const void* src, int32_t src_row_bytes, int32_t src_width, int
     pf.factor_y = fy;
     pf.src_width = w;
     pf.src_height = h;
+    pf.row_spans = nullptr;
+    pf.shift_steps = pf.shift_x = pf.shift_y = 0;
     return ir::Composite(pf, pl, static_cast<uint8_t*>(dst), dst_row_bytes, dst_width, dst_height)
                ? 0
                : -1;

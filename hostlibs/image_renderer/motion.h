@@ -40,6 +40,15 @@ VX_API void BlendRowSse2(const uint8_t* base, int32_t wp, int32_t hp, float u0, 
                          float dv, uint8_t* d, int32_t n, float opacity);
 #endif
 
+// Whole-pixel blend of n premultiplied pixels over straight ones at opacity 1 (the one-to-one
+// path); the scalar variant is the reference and the SIMD variant gives identical bytes.
+using BlendExactRowFn = void (*)(const uint8_t* s, uint8_t* d, int32_t n);
+VX_API void BlendExactRowScalar(const uint8_t* s, uint8_t* d, int32_t n);
+#if defined(__SSE2__)
+VX_API void BlendExactRowSse2(const uint8_t* s, uint8_t* d, int32_t n);
+#endif
+VX_API void BlendExactRowOpacity(const uint8_t* s, uint8_t* d, int32_t n, float opacity);
+
 // Geometry of one placement, in visual coordinates (x right, y down).
 struct Placement {
   double src_x, src_y;  // source point, in source pixels
@@ -50,9 +59,19 @@ struct Placement {
 };
 
 // Composites a reduction (as made by Reduce) over dst. Returns false when the placement is not
-// finite; a zero scale draws nothing.
-bool Composite(const IR_Prefiltered& src, const Placement& placement, uint8_t* dst,
-               ptrdiff_t dst_row_bytes, int32_t dst_width, int32_t dst_height);
+// finite; a zero scale draws nothing. `allow_exact` false keeps one-to-one placements on the
+// resampling path (for tests that hold the two side by side).
+VX_API bool Composite(const IR_Prefiltered& src, const Placement& placement, uint8_t* dst,
+                      ptrdiff_t dst_row_bytes, int32_t dst_width, int32_t dst_height,
+                      bool allow_exact = true);
+
+// For a one-to-one placement (see IR_AlignedShift) the displacement, in 1/steps of a reduced
+// pixel, that puts the image on whole destination pixels; false for other placements.
+VX_API bool AlignedShift(const Placement& pl, int32_t fx, int32_t fy, int32_t steps,
+                         int32_t* shift_x, int32_t* shift_y);
+
+// The row spans of a reduction (see IR_Prefiltered::row_spans).
+VX_API void ComputeSpans(const IR_Prefiltered& src, int32_t* spans);
 
 }  // namespace ir
 

@@ -7,6 +7,7 @@
 #include FT_OUTLINE_H
 #include FT_STROKER_H
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <list>
@@ -197,6 +198,10 @@ struct Key {
   int32_t glyph;
   uint32_t size_bits, stroke_bits;
   uint8_t phase_x, phase_y;
+  // Reduced masks only: the mask's 4x position modulo 4 and the paint order; kFull otherwise.
+  uint8_t sub_x = kFull, sub_y = kFull;
+  bool fill_first = false;
+  static constexpr uint8_t kFull = 255;
   bool operator==(const Key&) const = default;
 };
 struct KeyHash {
@@ -206,7 +211,8 @@ struct KeyHash {
     mix(uint32_t(k.glyph));
     mix(k.size_bits);
     mix(k.stroke_bits);
-    mix(k.phase_x | k.phase_y << 8);
+    mix(k.phase_x | k.phase_y << 8 | k.sub_x << 16 | uint64_t(k.sub_y) << 24 |
+        uint64_t(k.fill_first) << 32);
     return h;
   }
 };
@@ -305,6 +311,74 @@ std::shared_ptr<const GlyphMask> GetGlyphMask(const std::u16string& font_name, i
   }
   TheCache().Add(key, mask);
   return mask;
+}
+
+namespace {
+
+inline uint32_t Div255(uint32_t x) {
+  x += 128;
+  return (x + (x >> 8)) >> 8;
+}
+
+// The 4 x 4 reduction of a mask placed at (sub_x, sub_y) within its first block. Per 4x pixel
+// the upper layer covers `ta` and the lower shows through with weight ba (255 - ta) / 255, as
+// the literal blend paints them; the reduction is the mean of each over the block.
+std::shared_ptr<GlyphMask> ReduceMask(const GlyphMask& m, int sub_x, int sub_y, bool fill_first) {
+  auto r = std::make_shared<GlyphMask>();
+  r->width = (sub_x + m.width + 3) / 4;
+  r->height = (sub_y + m.height + 3) / 4;
+  const bool stroked = !m.stroke.empty();
+  std::vector<uint32_t> top(size_t(r->width) * r->height, 0u), bot;
+  if (stroked) bot.assign(top.size(), 0u);
+  for (int32_t y = 0; y < m.height; ++y) {
+    const size_t ro = size_t((y + sub_y) / 4) * r->width;
+    const uint8_t* f = m.fill.data() + size_t(y) * m.width;
+    const uint8_t* st = stroked ? m.stroke.data() + size_t(y) * m.width : nullptr;
+    for (int32_t x = 0; x < m.width; ++x) {
+      const size_t o = ro + size_t((x + sub_x) / 4);
+      if (!stroked) {
+        top[o] += f[x];
+        continue;
+      }
+      const uint32_t ta = fill_first ? st[x] : f[x], ba = fill_first ? f[x] : st[x];
+      top[o] += ta;
+      bot[o] += Div255(ba * (255 - ta));
+    }
+  }
+  r->fill.resize(top.size());
+  for (size_t i = 0; i < top.size(); ++i) r->fill[i] = uint8_t((top[i] + 8) >> 4);
+  if (stroked) {
+    r->stroke.resize(bot.size());
+    // The two rounded means may together exceed full coverage by one; the blend relies on
+    // their sum being a coverage.
+    for (size_t i = 0; i < bot.size(); ++i)
+      r->stroke[i] = uint8_t(std::min<uint32_t>((bot[i] + 8) >> 4, 255u - r->fill[i]));
+  }
+  return r;
+}
+
+}  // namespace
+
+std::shared_ptr<const GlyphMask> GetReducedGlyphMask(const std::u16string& font_name,
+                                                     int32_t glyph_id, float font_size,
+                                                     float stroke_width, int phase_x, int phase_y,
+                                                     int sub_x, int sub_y, bool fill_first) {
+  if (!(stroke_width > 0.0f)) stroke_width = 0.0f;
+  phase_x = std::clamp(phase_x, 0, kGlyphPhases - 1);
+  phase_y = std::clamp(phase_y, 0, kGlyphPhases - 1);
+  sub_x = sub_x & 3;
+  sub_y = sub_y & 3;
+  if (stroke_width == 0.0f) fill_first = false;  // one layer: the order does not matter
+  Key key{font_name,        glyph_id,       Bits(font_size), Bits(stroke_width), uint8_t(phase_x),
+          uint8_t(phase_y), uint8_t(sub_x), uint8_t(sub_y),  fill_first};
+  bool found = false;
+  auto reduced = TheCache().Find(key, &found);
+  if (found) return reduced;
+  auto full = GetGlyphMask(font_name, glyph_id, font_size, stroke_width, phase_x, phase_y);
+  std::shared_ptr<const GlyphMask> made;
+  if (full) made = ReduceMask(*full, sub_x, sub_y, fill_first);
+  TheCache().Add(key, made);
+  return made;
 }
 
 std::string ResolveFontFile(const std::u16string& font_name, int* face_index) {

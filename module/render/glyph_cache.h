@@ -47,6 +47,17 @@ std::shared_ptr<const GlyphMask> GetGlyphMask(const std::u16string& font_name, i
                                               float font_size, float stroke_width, int phase_x,
                                               int phase_y);
 
+// The mask of GetGlyphMask reduced 4 x 4 (one pixel per 4 x 4 block of the 4x grid), for a
+// mask whose top-left pixel lies at (sub_x, sub_y) modulo 4 in that grid. `fill` holds the
+// mean coverage of the glyph's upper layer and `stroke` (when stroked) the mean weight with
+// which the lower layer shows through it, the layers ordered by `fill_first`; each painted in
+// its colour and summed, they give the 4 x 4 mean of the glyph painted alone at 4x. `left` and
+// `top` are 0: the reduced mask starts at the block holding the full mask's top-left pixel.
+std::shared_ptr<const GlyphMask> GetReducedGlyphMask(const std::u16string& font_name,
+                                                     int32_t glyph_id, float font_size,
+                                                     float stroke_width, int phase_x, int phase_y,
+                                                     int sub_x, int sub_y, bool fill_first);
+
 // The font file and face index that a font name resolves to ("" when nothing resolves).
 std::string ResolveFontFile(const std::u16string& font_name, int* face_index);
 

@@ -60,8 +60,23 @@ RasterCache::RasterCache(const InputRecord* in) : in_(in) {
     pix_ = static_cast<const RPixSuite1*>(t);
 }
 
+void MakeGeometryKey(const char* raster_key, char key[kRasterKeySize]) {
+  std::snprintf(key, kRasterKeySize, "%s", raster_key);
+  char* r = std::strrchr(key, 'r');
+  if (r != nullptr) *r = 'g';
+}
+
+void MakePrefilterKey(const char* raster_key, int32_t fx, int32_t fy, int32_t steps, int32_t sx,
+                      int32_t sy, char key[kPrefilterKeySize]) {
+  std::snprintf(key, kPrefilterKeySize, "%s-%dx%d-%d.%d.%d", raster_key, int(fx), int(fy),
+                int(steps), int(sx), int(sy));
+  char* r = std::strrchr(key, 'r');
+  if (r != nullptr) *r = 'p';
+}
+
 RasterCache::~RasterCache() {
-  if (held_ && pix_) pix_->dispose(held_);
+  for (RPixHandle h : held_)
+    if (pix_) pix_->dispose(h);
   // As everywhere in the effect, a suite handed back as null is not released.
   if (cache_) ReleaseSuite(in_, nullptr, kRPixCacheSuiteName, kRPixCacheSuiteVersion, nullptr);
   if (creator_)
@@ -69,16 +84,38 @@ RasterCache::~RasterCache() {
   if (pix_) ReleaseSuite(in_, nullptr, kRPixSuiteName, kRPixSuiteVersion, nullptr);
 }
 
+RPixHandle RasterCache::Find(const char* key, void** data) {
+  if (!ok()) return nullptr;
+  RPixHandle h = nullptr;
+  if (cache_->lookup(key, &h) != 0 || h == nullptr) return nullptr;
+  *data = nullptr;
+  if (pix_->get_pixels(h, kRPixAccessRead, data) != 0 || *data == nullptr) {
+    pix_->dispose(h);
+    return nullptr;
+  }
+  return h;
+}
+
+void* RasterCache::Make(uint64_t size) {
+  if (!ok()) return nullptr;
+  RPixHandle h = nullptr;
+  if (creator_->create(&h, kRPixKindRaw, kPixelFormatRaw, 1, 1, 1, 1, size) < 0 || h == nullptr)
+    return nullptr;
+  void* data = nullptr;
+  if (pix_->get_pixels(h, kRPixAccessWrite, &data) != 0 || data == nullptr) {
+    pix_->dispose(h);
+    return nullptr;
+  }
+  held_.push_back(h);
+  made_ = h;
+  return data;
+}
+
 bool RasterCache::Lookup(const char* key, uint32_t pixel_format, const RasterEntryHeader** header,
                          uint8_t** pixels) {
-  if (!ok() || held_) return false;
-  RPixHandle h = nullptr;
-  if (cache_->lookup(key, &h) != 0 || h == nullptr) return false;
   void* data = nullptr;
-  if (pix_->get_pixels(h, kRPixAccessRead, &data) != 0 || data == nullptr) {
-    pix_->dispose(h);
-    return false;
-  }
+  RPixHandle h = Find(key, &data);
+  if (h == nullptr) return false;
   const auto* hd = static_cast<const RasterEntryHeader*>(data);
   RasterGeometry g = GeometryOfHeader(*hd);
   int64_t bytes = g.Drawable() ? RasterBufferBytes(g) : 0;
@@ -87,34 +124,82 @@ bool RasterCache::Lookup(const char* key, uint32_t pixel_format, const RasterEnt
     pix_->dispose(h);
     return false;
   }
-  held_ = h;
+  held_.push_back(h);
   *header = hd;
   *pixels = static_cast<uint8_t*>(data) + sizeof(RasterEntryHeader);
   return true;
 }
 
 uint8_t* RasterCache::Create(const RasterEntryHeader& header) {
-  if (!ok() || held_) return nullptr;
-  RPixHandle h = nullptr;
-  uint64_t size = sizeof(RasterEntryHeader) + header.pixel_bytes;
-  if (creator_->create(&h, kRPixKindRaw, kPixelFormatRaw, 1, 1, 1, 1, size) < 0 || h == nullptr)
-    return nullptr;
-  void* data = nullptr;
-  if (pix_->get_pixels(h, kRPixAccessWrite, &data) != 0 || data == nullptr) {
-    pix_->dispose(h);
-    return nullptr;
-  }
+  void* data = Make(sizeof(RasterEntryHeader) + header.pixel_bytes);
+  if (data == nullptr) return nullptr;
   std::memcpy(data, &header, sizeof header);
   uint8_t* pixels = static_cast<uint8_t*>(data) + sizeof(RasterEntryHeader);
   std::memset(pixels, 0, header.pixel_bytes);
-  held_ = h;
   return pixels;
 }
 
 void RasterCache::Publish(const char* key) {
   // Two threads may make the same entry at once; the cache keeps the first and each thread
   // draws from its own buffer for this frame.
-  if (ok() && held_) cache_->add(key, held_);
+  if (ok() && made_) cache_->add(key, made_);
+}
+
+void RasterCache::Publish(const char* key, RPixHandle made) {
+  if (ok() && made) cache_->add(key, made);
+}
+
+bool RasterCache::LookupGeometry(const char* key, uint32_t pixel_format, RasterGeometry* g) {
+  void* data = nullptr;
+  RPixHandle h = Find(key, &data);
+  if (h == nullptr) return false;
+  RasterEntryHeader hd;
+  std::memcpy(&hd, data, sizeof hd);
+  pix_->dispose(h);
+  if (hd.magic != kGeometryEntryMagic || hd.pixel_format != pixel_format) return false;
+  *g = GeometryOfHeader(hd);
+  return true;
+}
+
+void RasterCache::StoreGeometry(const char* key, const RasterGeometry& g, uint32_t pixel_format) {
+  RasterEntryHeader hd = MakeRasterHeader(g, pixel_format);
+  hd.magic = kGeometryEntryMagic;
+  hd.pixel_bytes = 0;
+  void* data = Make(sizeof hd);
+  if (data == nullptr) return;
+  std::memcpy(data, &hd, sizeof hd);
+  Publish(key);
+}
+
+bool RasterCache::LookupPrefiltered(const char* key, const PrefilterEntryHeader& expect,
+                                    PrefilterEntryHeader* found, uint8_t** image, int32_t** spans) {
+  void* data = nullptr;
+  RPixHandle h = Find(key, &data);
+  if (h == nullptr) return false;
+  PrefilterEntryHeader hd;
+  std::memcpy(&hd, data, sizeof hd);
+  PrefilterEntryHeader a = hd, b = expect;
+  a.shift_steps = a.shift_x = a.shift_y = b.shift_steps = b.shift_x = b.shift_y = 0;
+  if (std::memcmp(&a, &b, sizeof a) != 0) {
+    pix_->dispose(h);
+    return false;
+  }
+  held_.push_back(h);
+  *found = hd;
+  *image = static_cast<uint8_t*>(data) + sizeof hd;
+  *spans = reinterpret_cast<int32_t*>(*image + hd.image_bytes);
+  return true;
+}
+
+bool RasterCache::CreatePrefiltered(const PrefilterEntryHeader& header, uint8_t** image,
+                                    int32_t** spans) {
+  void* data = Make(sizeof header + header.image_bytes + header.span_bytes);
+  if (data == nullptr) return false;
+  std::memcpy(data, &header, sizeof header);
+  *image = static_cast<uint8_t*>(data) + sizeof header;
+  std::memset(*image, 0, header.image_bytes + header.span_bytes);
+  *spans = reinterpret_cast<int32_t*>(*image + header.image_bytes);
+  return true;
 }
 
 }  // namespace vetext

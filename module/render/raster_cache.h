@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "render/geometry.h"
 #include "vetext/effect.h"
@@ -37,6 +38,33 @@ RasterGeometry GeometryOfHeader(const RasterEntryHeader& h);
 void MakeRasterKey(const uint8_t* block, size_t size, uint32_t pixel_format,
                    char key[kRasterKeySize]);
 
+// Beside the 4x raster two smaller entries serve the frames of an unchanged document: its
+// geometry alone (a RasterEntryHeader with the geometry magic and no pixels, so that a frame
+// can work out its placement before it knows which reduction it needs), and the reduction the
+// compositor draws from: a PrefilterEntryHeader, then the bordered reduced image, then the row
+// spans (two int32 a row). A reduction is keyed by its factors and its displacement, so a
+// document shown at two sizes or two sub-pixel positions keeps one of each.
+constexpr uint32_t kGeometryEntryMagic = 0x31475456u;   // "VTG1"
+constexpr uint32_t kPrefilterEntryMagic = 0x31505456u;  // "VTP1"
+constexpr size_t kPrefilterKeySize = 96;
+
+struct PrefilterEntryHeader {
+  uint32_t magic = kPrefilterEntryMagic;
+  uint32_t pixel_format = 0;
+  int32_t src_width = 0, src_height = 0, factor_x = 0, factor_y = 0;
+  int32_t shift_steps = 0, shift_x = 0, shift_y = 0;
+  int32_t width = 0, height = 0;  // the reduced image, border excluded
+  int32_t pad = 0;
+  uint64_t image_bytes = 0;  // (width + 2) x (height + 2) x 4
+  uint64_t span_bytes = 0;   // 8 x height
+};
+static_assert(sizeof(PrefilterEntryHeader) == 64, "the image starts 64 bytes into an entry");
+
+// "<layout key>-g<format>", and "<layout key>-p<format>-<fx>x<fy>-<steps>.<sx>.<sy>".
+void MakeGeometryKey(const char* raster_key, char key[kRasterKeySize]);
+void MakePrefilterKey(const char* raster_key, int32_t fx, int32_t fy, int32_t steps, int32_t sx,
+                      int32_t sy, char key[kPrefilterKeySize]);
+
 // The frame cache's suites for one render call, acquired silently (a host without them simply
 // renders without the raster cache) and released by the destructor together with any entry
 // reference still held.
@@ -57,13 +85,30 @@ class RasterCache {
   // Publish adds it under `key`.
   uint8_t* Create(const RasterEntryHeader& header);
   void Publish(const char* key);
+  // Adds an entry made earlier in this call (`last_made` right after making it).
+  void Publish(const char* key, RPixHandle made);
+  RPixHandle last_made() const { return made_; }
+
+  // The geometry entry: a hit copies the geometry out; Store adds one (failures are silent).
+  bool LookupGeometry(const char* key, uint32_t pixel_format, RasterGeometry* g);
+  void StoreGeometry(const char* key, const RasterGeometry& g, uint32_t pixel_format);
+
+  // A reduction entry whose header matches `expect` (all but the shift, which is returned in
+  // *found); image and spans stay valid while the object lives.
+  bool LookupPrefiltered(const char* key, const PrefilterEntryHeader& expect,
+                         PrefilterEntryHeader* found, uint8_t** image, int32_t** spans);
+  // A new reduction entry with a zeroed image; Publish adds it.
+  bool CreatePrefiltered(const PrefilterEntryHeader& header, uint8_t** image, int32_t** spans);
 
  private:
+  RPixHandle Find(const char* key, void** data);
+  void* Make(uint64_t size);
   const InputRecord* in_;
   const RPixCacheSuite6* cache_ = nullptr;
   const RPixCreatorSuite3* creator_ = nullptr;
   const RPixSuite1* pix_ = nullptr;
-  RPixHandle held_ = nullptr;
+  std::vector<RPixHandle> held_;  // references released by the destructor
+  RPixHandle made_ = nullptr;     // the last entry made, for Publish
 };
 
 }  // namespace vetext

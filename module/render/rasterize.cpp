@@ -1,6 +1,8 @@
 #include "render/rasterize.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -8,6 +10,10 @@
 #include "render/color.h"
 #include "render/glyph_cache.h"
 #include "vetext/effect.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace vetext {
 namespace {
@@ -70,6 +76,79 @@ void Blend(const Placed& p, uint8_t* buf, int32_t row_bytes, int32_t W, int32_t 
   }
 }
 
+// A record's origin in 4x pixels, split into a whole pixel and a quantised phase; false for
+// origins no buffer can hold.
+bool SplitOrigin(const CharacterRecord& c, float ox, float oy, int64_t* ix, int64_t* iy,
+                 int* phase_x, int* phase_y) {
+  double gx = double(c.mOriginX) + double(ox), gy = double(c.mOriginY) + double(oy);
+  if (!std::isfinite(gx) || !std::isfinite(gy) || std::fabs(gx) > 1e8 || std::fabs(gy) > 1e8)
+    return false;
+  double qx = std::round(gx * kGlyphPhases), qy = std::round(gy * kGlyphPhases);
+  *ix = int64_t(std::floor(qx / kGlyphPhases));
+  *iy = int64_t(std::floor(qy / kGlyphPhases));
+  *phase_x = int(int64_t(qx) - *ix * kGlyphPhases);
+  *phase_y = int(int64_t(qy) - *iy * kGlyphPhases);
+  return true;
+}
+
+// One row of a reduced glyph over the reduced image: colour = top T + bottom B (both
+// premultiplied weights), then over the destination. The scalar form is the reference.
+void BlendReducedRowScalar(const uint8_t* t, const uint8_t* b, const uint8_t top[4],
+                           const uint8_t bot[4], uint8_t* d, int32_t n) {
+  for (int32_t x = 0; x < n; ++x, d += 4) {
+    const uint32_t ta = t[x], bw = b ? b[x] : 0;
+    if ((ta | bw) == 0) continue;
+    const uint32_t inv = 255 - (ta + bw);
+    for (int c = 0; c < 4; ++c)
+      d[c] =
+          uint8_t(std::min<uint32_t>(255, Div255(top[c] * ta + bot[c] * bw) + Div255(d[c] * inv)));
+  }
+}
+
+#if defined(__SSE2__)
+inline __m128i Div255x16(__m128i x) {
+  x = _mm_add_epi16(x, _mm_set1_epi16(128));
+  return _mm_srli_epi16(_mm_add_epi16(x, _mm_srli_epi16(x, 8)), 8);
+}
+
+void BlendReducedRowSse2(const uint8_t* t, const uint8_t* b, const uint8_t top[4],
+                         const uint8_t bot[4], uint8_t* d, int32_t n) {
+  const __m128i zero = _mm_setzero_si128(), c255 = _mm_set1_epi16(255);
+  const __m128i tc = _mm_setr_epi16(top[0], top[1], top[2], top[3], top[0], top[1], top[2], top[3]);
+  const __m128i bc = _mm_setr_epi16(bot[0], bot[1], bot[2], bot[3], bot[0], bot[1], bot[2], bot[3]);
+  // Four weights, one a pixel, spread over the four channels of each pixel: low and high half.
+  auto spread = [zero](uint32_t w4, __m128i* lo, __m128i* hi) {
+    __m128i x = _mm_cvtsi32_si128(int32_t(w4));
+    x = _mm_unpacklo_epi8(x, x);
+    x = _mm_unpacklo_epi16(x, x);
+    *lo = _mm_unpacklo_epi8(x, zero);
+    *hi = _mm_unpackhi_epi8(x, zero);
+  };
+  int32_t x = 0;
+  for (; x + 4 <= n; x += 4, d += 16) {
+    uint32_t t4, b4 = 0;
+    std::memcpy(&t4, t + x, 4);
+    if (b) std::memcpy(&b4, b + x, 4);
+    if ((t4 | b4) == 0) continue;
+    __m128i tl, th, bl, bh;
+    spread(t4, &tl, &th);
+    spread(b4, &bl, &bh);
+    const __m128i dp = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d));
+    __m128i out[2];
+    for (int h = 0; h < 2; ++h) {
+      const __m128i tw = h ? th : tl, bw = h ? bh : bl;
+      const __m128i d16 = h ? _mm_unpackhi_epi8(dp, zero) : _mm_unpacklo_epi8(dp, zero);
+      const __m128i col =
+          Div255x16(_mm_add_epi16(_mm_mullo_epi16(tc, tw), _mm_mullo_epi16(bc, bw)));
+      const __m128i inv = _mm_sub_epi16(c255, _mm_add_epi16(tw, bw));
+      out[h] = _mm_add_epi16(col, Div255x16(_mm_mullo_epi16(d16, inv)));
+    }
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_packus_epi16(out[0], out[1]));
+  }
+  BlendReducedRowScalar(t + x, b ? b + x : nullptr, top, bot, d, n - x);
+}
+#endif
+
 void BlendBand(const std::vector<Placed>& placed, uint8_t* buf, int32_t row_bytes, int32_t W,
                int32_t H, bool flip, int32_t row_begin, int32_t row_end) {
   for (const Placed& p : placed) Blend(p, buf, row_bytes, W, H, flip, row_begin, row_end);
@@ -88,15 +167,9 @@ void RasterizeLayout(const LayoutRecord& layout, uint8_t* buf, int32_t row_bytes
   std::vector<Placed> placed;
   placed.reserve(layout.mCharacters.size());
   for (const CharacterRecord& c : layout.mCharacters) {
-    // The origin in buffer pixels, split into a whole pixel and a quantised phase.
-    double gx = double(c.mOriginX) + double(ox), gy = double(c.mOriginY) + double(oy);
-    if (!std::isfinite(gx) || !std::isfinite(gy) || std::fabs(gx) > 1e8 || std::fabs(gy) > 1e8)
-      continue;
-    double qx = std::round(gx * kGlyphPhases), qy = std::round(gy * kGlyphPhases);
-    int64_t ix = int64_t(std::floor(qx / kGlyphPhases)),
-            iy = int64_t(std::floor(qy / kGlyphPhases));
-    int phase_x = int(int64_t(qx) - ix * kGlyphPhases),
-        phase_y = int(int64_t(qy) - iy * kGlyphPhases);
+    int64_t ix, iy;
+    int phase_x, phase_y;
+    if (!SplitOrigin(c, ox, oy, &ix, &iy, &phase_x, &phase_y)) continue;
     float stroke = c.mStrokeWidth > 0.0f ? c.mStrokeWidth : 0.0f;
     auto mask = GetGlyphMask(c.mFontName, c.mGlyphID, c.mFontSize, stroke, phase_x, phase_y);
     if (!mask) continue;
@@ -121,6 +194,83 @@ void RasterizeLayout(const LayoutRecord& layout, uint8_t* buf, int32_t row_bytes
   std::thread other([&] { BlendBand(placed, buf, row_bytes, W, H, gpu_variant, mid, H); });
   BlendBand(placed, buf, row_bytes, W, H, gpu_variant, 0, mid);
   other.join();
+}
+
+}  // namespace vetext
+
+namespace vetext {
+
+void BlendReducedRow(const uint8_t* t, const uint8_t* b, const uint8_t top[4], const uint8_t bot[4],
+                     uint8_t* d, int32_t n, bool simd) {
+#if defined(__SSE2__)
+  if (simd) {
+    BlendReducedRowSse2(t, b, top, bot, d, n);
+    return;
+  }
+#endif
+  (void)simd;
+  BlendReducedRowScalar(t, b, top, bot, d, n);
+}
+
+// Why the reduction can be assembled from reduced glyphs: the 4 x 4 mean is linear, and a
+// glyph painted alone over transparency gives, per 4x pixel, colour top * ta + bottom * bw and
+// alpha ta + bw (its own stroke/fill order is applied at 4x, before the mean, in
+// GetReducedGlyphMask). The mean of that is top * mean(ta) + bottom * mean(bw): the reduced
+// glyph painted with the same colours. Where glyphs do not share a block the result is the
+// reduction of the 4x picture up to rounding; where they do, "over" multiplies the coverages
+// of the two glyphs, and the product of the means stands in for the mean of the products,
+// which differs only along edges that cross inside one block.
+bool RasterizeLayoutReduced(const LayoutRecord& layout, int32_t W, int32_t H, float ox, float oy,
+                            uint32_t pixel_format, uint8_t* out) {
+  if (out == nullptr || W <= 0 || H <= 0) return false;
+  const int32_t rw = (W + 3) / 4, rh = (H + 3) / 4;
+  const size_t stride = size_t(rw + 2) * 4;
+  struct Item {
+    std::shared_ptr<const GlyphMask> mask;
+    int32_t x, y;  // top-left pixel of the reduced mask in the bordered image
+    uint8_t top[4], bot[4];
+  };
+  std::vector<Item> items;
+  items.reserve(layout.mCharacters.size());
+  for (const CharacterRecord& c : layout.mCharacters) {
+    int64_t ix, iy;
+    int phase_x, phase_y;
+    if (!SplitOrigin(c, ox, oy, &ix, &iy, &phase_x, &phase_y)) continue;
+    float stroke = c.mStrokeWidth > 0.0f ? c.mStrokeWidth : 0.0f;
+    // The full mask's placement decides the block phase and whether it fits.
+    auto full = GetGlyphMask(c.mFontName, c.mGlyphID, c.mFontSize, stroke, phase_x, phase_y);
+    if (!full) continue;
+    int64_t x = ix + full->left, y = iy + full->top;
+    if (x >= W || y >= H || x + full->width <= 0 || y + full->height <= 0) continue;
+    // The literal picture clips a glyph at the buffer's edge; a reduced glyph cannot be.
+    if (x < 0 || y < 0 || x + full->width > W || y + full->height > H) return false;
+    const bool stroked = !full->stroke.empty();
+    auto mask = GetReducedGlyphMask(c.mFontName, c.mGlyphID, c.mFontSize, stroke, phase_x, phase_y,
+                                    int(x & 3), int(y & 3), stroked && c.mFillFirst);
+    if (!mask) continue;
+    Item it;
+    it.mask = std::move(mask);
+    it.x = int32_t(x >> 2) + 1;
+    it.y = int32_t(y >> 2) + 1;
+    GlyphPaint paint = PaintForRecord(c, pixel_format);
+    const uint8_t* tc = paint.fill;
+    const uint8_t* bc = paint.stroke;
+    if (stroked && c.mFillFirst) std::swap(tc, bc);
+    for (int k = 0; k < 3; ++k) it.top[k] = tc[k], it.bot[k] = bc[k];
+    it.top[3] = it.bot[3] = 255;
+    items.push_back(std::move(it));
+  }
+  for (const Item& it : items) {
+    const GlyphMask& m = *it.mask;
+    const int32_t w = std::min(m.width, rw + 1 - it.x), h = std::min(m.height, rh + 1 - it.y);
+    for (int32_t r = 0; r < h; ++r) {
+      const size_t off = size_t(r) * size_t(m.width);
+      uint8_t* d = out + size_t(it.y + r) * stride + size_t(it.x) * 4;
+      BlendReducedRow(m.fill.data() + off, m.stroke.empty() ? nullptr : m.stroke.data() + off,
+                      it.top, it.bot, d, w, true);
+    }
+  }
+  return true;
 }
 
 }  // namespace vetext

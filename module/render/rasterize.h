@@ -20,6 +20,21 @@ void RasterizeLayout(const LayoutRecord& layout, uint8_t* buf, int32_t row_bytes
 void RasterizeLayout(const LayoutRecord& layout, uint8_t* buf, int32_t row_bytes, bool gpu_variant,
                      int32_t W, int32_t H, float ox, float oy, uint32_t pixel_format);
 
+// The 4 x 4 box reduction of what RasterizeLayout paints into a W x H buffer, assembled from
+// reduced glyph masks without the 4x picture: `out` is a zeroed bordered image of
+// (ceil(W / 4) + 2) x (ceil(H / 4) + 2) pixels (the layout of an IR_Prefiltered reduction).
+// Equal to reducing the literal picture within rounding where glyphs do not overlap, and within
+// the coverage of shared edges where they do. The CPU picture only (no flip). Returns false,
+// having drawn nothing, when a glyph reaches past the buffer's edge (the literal picture clips
+// it there; the caller then takes the literal path).
+bool RasterizeLayoutReduced(const LayoutRecord& layout, int32_t W, int32_t H, float ox, float oy,
+                            uint32_t pixel_format, uint8_t* out);
+
+// One row of a reduced glyph (upper-layer weights `t`, lower-layer weights `b` or null) blended
+// over `n` premultiplied pixels: the SIMD kernel or the scalar reference, for the tests.
+void BlendReducedRow(const uint8_t* t, const uint8_t* b, const uint8_t top[4], const uint8_t bot[4],
+                     uint8_t* d, int32_t n, bool simd);
+
 // Above this many pixels the buffer is painted on two threads.
 constexpr int64_t kRasterizeParallelPixels = int64_t(1) << 19;
 

@@ -331,8 +331,12 @@ TEST_F(RenderHost, MatchesTheReviewedReferencePicture) {
   vetext_test::Buffer want(0, 0);
   ASSERT_TRUE(vetext_test::ReadPng(path, &want, &error)) << error;
   vetext_test::DiffStats d = vetext_test::Diff(got, want, 3);
-  EXPECT_LE(d.max_abs, 12);
-  EXPECT_GT(d.psnr, 45.0);
+  // The reduction is assembled from reduced glyphs: where the edges of two glyphs of different
+  // colours cross inside one 4 x 4 block, the product of their mean coverages stands in for
+  // the mean of the product, which may differ there by up to a quarter of the colours'
+  // contrast. Everywhere else the picture is the reviewed one within rounding.
+  EXPECT_LE(d.max_abs, 32);
+  EXPECT_GT(d.psnr, 60.0);
 }
 
 // The text drawn at 4x (the normal path) against the same text laid out 4x larger and shown at
@@ -385,7 +389,7 @@ TEST_F(RenderHost, FourThreadsRenderWhileTheCacheEvicts) {
     ASSERT_EQ(insts.back()->Render(0, in, out), 0);
     expected.push_back(out);
   }
-  host_->cache().SetBudget(256 << 10);  // smaller than two entries: constant eviction
+  host_->cache().SetBudget(8 << 10);  // smaller than two entries: constant eviction
   uint64_t evictions = host_->cache().Stats().evictions;
   std::atomic<int> bad{0};
   std::vector<std::thread> threads;

@@ -72,6 +72,15 @@ typedef struct IR_Prefiltered {
   int32_t width, height;      /* the reduced image, border excluded */
   int32_t factor_x, factor_y; /* source pixels per reduced pixel */
   int32_t src_width, src_height;
+  /* Optional (null: every pixel is visited): for each row of the reduced image, border
+   * excluded, the columns [first, last) outside which the row is fully transparent; 2 x height
+   * values, first >= last for an empty row. IR_PrefilterSpans computes them. */
+  const int32_t* row_spans;
+  /* The image may be drawn displaced by (shift_x, shift_y) / shift_steps reduced pixels, right
+   * and down, from where the source point puts it (shift_steps 0: not displaced). A caller that
+   * draws its reduction directly (rather than through IR_Prefilter) uses IR_AlignedShift to
+   * learn the displacement at which the image lands on whole destination pixels. */
+  int32_t shift_steps, shift_x, shift_y;
 } IR_Prefiltered;
 
 /* The reduction factors IR_Motion uses for `scale` (each >= 1). */
@@ -86,12 +95,33 @@ VX_API uint64_t IR_PrefilterSize(int32_t src_width, int32_t src_height, int32_t 
 VX_API int32_t IR_Prefilter(const void* src, int32_t src_row_bytes, int32_t src_width,
                             int32_t src_height, int32_t factor_x, int32_t factor_y, void* out,
                             uint64_t out_size, IR_Prefiltered* result);
+/* Fills `spans` (2 x src->height values) with the row spans of a reduction. Returns 0, or -1
+ * on bad arguments. */
+VX_API int32_t IR_PrefilterSpans(const IR_Prefiltered* src, int32_t* spans);
+/* For a placement in which the reduction (factors `factor_x`, `factor_y` of a source of
+ * `src_width` x `src_height`) maps one to one onto destination pixels (no rotation, scale
+ * exactly 1 / factor) returns 1 and the displacement, in 1 / `steps` of a reduced pixel (each
+ * 0 .. steps - 1, rounded to the nearest step), at which the image lands on whole destination
+ * pixels; IR_MotionPrefiltered then copies such an image pixel for pixel. Returns 0 for any
+ * other placement (and for bad arguments). The geometry arguments are those of
+ * IR_MotionPrefiltered. */
+VX_API int32_t IR_AlignedShift(int32_t src_width, int32_t src_height, int32_t factor_x,
+                               int32_t factor_y, int32_t dst_width, int32_t dst_height,
+                               IR_Point dst_point, IR_Point src_point, IR_Point scale,
+                               double rotation_deg, int32_t steps, int32_t* shift_x,
+                               int32_t* shift_y);
 /* IR_Motion over a prefiltered source, with blending over the destination and alpha as
  * coverage. `src_point` is in fractions of the original source size. Returns as IR_Motion. */
 VX_API int32_t IR_MotionPrefiltered(const IR_Prefiltered* src, int32_t format, void* dst,
                                     int32_t dst_row_bytes, int32_t dst_width, int32_t dst_height,
                                     IR_Point dst_point, IR_Point src_point, IR_Point scale,
                                     double rotation_deg, float opacity);
+/* IR_MotionPrefiltered takes a path of its own when the image maps one to one onto whole
+ * destination pixels (upright, scale exactly 1 / factor, the source point's offset, less the
+ * shift, within half a shift step of a whole pixel, or exact without a shift): each pixel is
+ * blended over its destination pixel as it is, skipping rows outside the row spans and
+ * transparent runs. The bytes are those the resampling path gives for the same whole-pixel
+ * placement. */
 
 /* Whether buffers of renderer format code `format` hold their rows bottom-up (the GPU
  * precompute buffers of the reference host do: returns true for 4). */
