@@ -97,8 +97,15 @@ void ReadEntry(const RPixSuite1* pix, RPixHandle h, LayoutRecord& out) {
   uint64_t count = 0;
   std::memcpy(&count, pixels, sizeof count);
   if (count > uint64_t(row_bytes) - sizeof count) return;
+  const uint8_t* start = static_cast<const uint8_t*>(pixels) + sizeof count;
+  // The reference held keeps the buffer alive: read the text where it lies when it is aligned
+  // for UTF-16 (a hit on a long text then copies nothing).
+  if (reinterpret_cast<uintptr_t>(start) % alignof(char16_t) == 0) {
+    TextToLayout(reinterpret_cast<const char16_t*>(start), size_t(count / 2), out);
+    return;
+  }
   std::u16string text(size_t(count / 2), u'\0');
-  std::memcpy(text.data(), static_cast<const uint8_t*>(pixels) + sizeof count, text.size() * 2);
+  std::memcpy(text.data(), start, text.size() * 2);
   TextToLayout(text.data(), text.size(), out);
 }
 
