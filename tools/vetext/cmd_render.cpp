@@ -75,16 +75,16 @@ bool ParseSize(const std::string& text, int32_t* w, int32_t* h) {
 }
 
 bool ParseTracks(const RenderArgs& a, Tracks* t, std::string* error) {
-  struct Spec {
+  struct TrackOption {
     const char* name;
     const std::vector<std::string>* values;
     int components;
     Track* track;
-  } specs[] = {
+  } options[] = {
       {"--position", &a.position, 2, &t->position}, {"--scale", &a.scale, 1, &t->scale},
       {"--hscale", &a.hscale, 1, &t->hscale},       {"--rotation", &a.rotation, 1, &t->rotation},
       {"--opacity", &a.opacity, 1, &t->opacity},    {"--anchor", &a.anchor, 2, &t->anchor}};
-  for (const Spec& s : specs)
+  for (const TrackOption& s : options)
     for (const std::string& v : *s.values)
       if (!ParseTrackValue(s.name, v, s.components, s.track, error)) return false;
   return CheckTrackRange("--scale", t->scale, 25, 400, error) &&

@@ -97,8 +97,8 @@ std::string SequenceFileName(const std::string& pattern, int64_t number) {
   size_t s = 0, e = 0;
   if (!FindNumberSpec(pattern, &s, &e)) return pattern;
   char buf[32];
-  std::string spec = pattern.substr(s, e - s - 1) + "lld";
-  std::snprintf(buf, sizeof buf, spec.c_str(), static_cast<long long>(number));
+  std::string conversion = pattern.substr(s, e - s - 1) + "lld";
+  std::snprintf(buf, sizeof buf, conversion.c_str(), static_cast<long long>(number));
   std::string out;
   // Unescape "%%" on both sides of the number.
   auto unescape = [](const std::string& t) {
