@@ -26,7 +26,7 @@ std::vector<uint8_t> ToBinary(const Value& v) {
 Value FromBinary(const std::vector<uint8_t>& bytes) {
   // A copy of exactly the bytes, so that any read past them is caught by the sanitizers.
   std::unique_ptr<uint8_t[]> copy(new uint8_t[bytes.size() + 1]);
-  std::memcpy(copy.get(), bytes.data(), bytes.size());
+  if (!bytes.empty()) std::memcpy(copy.get(), bytes.data(), bytes.size());
   SLO::BinaryPDFReader r(copy.get(), bytes.size());
   return r.Parse();
 }

@@ -336,7 +336,9 @@ TEST(GPUFilterEntry, EnumeratesExactlyOneFilter) {
   // Instances are not made until the GPU path exists: honest failures, nothing stored.
   GPUInstanceRecord rec{};
   EXPECT_EQ(fns.create_instance(&rec), kErrUnsupported);
-  EXPECT_EQ(rec.private_slot, nullptr);
+  // The record is packed: read the slot through a copy, never a reference into it.
+  void* slot = rec.private_slot;
+  EXPECT_EQ(slot, nullptr);
   EXPECT_EQ(fns.dispose_instance(&rec), kErrUnsupported);
   EXPECT_EQ(fns.query_dependency(&rec, nullptr, nullptr, nullptr), kErrUnsupported);
   EXPECT_EQ(fns.precompute(&rec, nullptr, 0, nullptr), kErrUnsupported);
