@@ -103,7 +103,8 @@ struct Composer {
 
 Composer& TheComposer() {
   // Never destroyed: compositions may run from static destructors of other objects.
-  static Composer* composer = new Composer;
+  alignas(Composer) static unsigned char storage[sizeof(Composer)];  // no heap left at unload
+  static Composer* composer = new (storage) Composer;
   return *composer;
 }
 

@@ -17,8 +17,9 @@ int g_engine_starts = 0;
 
 std::mutex g_font_mutex;
 std::map<std::u16string, std::u16string>& FontNames() {
-  static auto* names = new std::map<std::u16string, std::u16string>();  // lives to exit
-  return *names;
+  // Freed when the module unloads; only the look-up below uses it, never a static destructor.
+  static std::map<std::u16string, std::u16string> names;
+  return names;
 }
 
 // The default text is entered one character at a time, so it is nine runs, never merged.

@@ -37,13 +37,33 @@ std::mutex& FontMutex() {
   return m;
 }
 
+// The library and every face opened from it. They belong to the module, so they are released
+// when it unloads (the destructor runs at dlclose or exit), faces before the library.
+struct Fonts {
+  FT_Library library = nullptr;
+  std::unordered_map<std::u16string, Face> faces;
+
+  Fonts() {
+    if (FT_Init_FreeType(&library) != 0) library = nullptr;
+  }
+  ~Fonts() {
+    for (auto& [name, f] : faces)
+      if (f.face != nullptr) FT_Done_Face(f.face);
+    faces.clear();
+    if (library != nullptr) FT_Done_FreeType(library);
+  }
+  Fonts(const Fonts&) = delete;
+  Fonts& operator=(const Fonts&) = delete;
+};
+
+// Under FontMutex.
+Fonts& TheFonts() {
+  static Fonts fonts;
+  return fonts;
+}
+
 FT_Library Library() {
-  static FT_Library lib = [] {
-    FT_Library l = nullptr;
-    if (FT_Init_FreeType(&l) != 0) l = nullptr;
-    return l;
-  }();
-  return lib;
+  return TheFonts().library;
 }
 
 std::string FileOf(FcPattern* p, int* index) {
@@ -90,7 +110,7 @@ std::string Resolve(const std::string& name, int* index) {
 
 // Under FontMutex.
 FT_Face FaceFor(const std::u16string& font_name) {
-  static std::unordered_map<std::u16string, Face> faces;
+  auto& faces = TheFonts().faces;
   auto it = faces.find(font_name);
   if (it != faces.end()) return it->second.face;
   Face f;
@@ -282,8 +302,10 @@ class Cache {
 };
 
 Cache& TheCache() {
-  static Cache* cache = new Cache;  // lives as long as the process: masks may be in use at exit
-  return *cache;
+  // Released when the module unloads. A mask still held elsewhere at that point stays alive
+  // through its own reference; the cache only drops its share.
+  static Cache cache;
+  return cache;
 }
 
 uint32_t Bits(float f) {
