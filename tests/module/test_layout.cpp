@@ -332,7 +332,7 @@ TEST(LayoutJsonStream, ReadsAsTheTreeReaderOnDamagedText) {
           damaged.insert(at, 1, kSwaps[rng() % (sizeof kSwaps / sizeof kSwaps[0] - 1)]);
           break;
       }
-      if (damaged.empty()) damaged = u"{";
+      if (damaged.empty()) damaged.push_back(u'{');
     }
     ExpectSameReading(damaged);
     LayoutRecord l;
