@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds vetext and runs every test: the unit and end-to-end tests (ctest), then each fuzz
-# target for a bounded time over its seed corpus.
+# Builds vetext and runs every test: the unit and end-to-end tests (ctest), the same tests under
+# the address and undefined-behaviour sanitizers, the threaded tests under the thread sanitizer,
+# then each fuzz target for a bounded time over its seed corpus.
 set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$root"
@@ -10,6 +11,24 @@ jobs="${VETEXT_JOBS:-2}"
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 ninja -C build -j"$jobs"
 ctest --test-dir build -j"$jobs" --output-on-failure --timeout 600
+
+# The same tests under AddressSanitizer and UndefinedBehaviorSanitizer. The settings go through
+# the environment so that they reach the tool's child processes too; the suppressions name only
+# memory and races inside system libraries (each one says why).
+export LSAN_OPTIONS="suppressions=$root/tests/lsan.supp:print_suppressions=0"
+export TSAN_OPTIONS="suppressions=$root/tests/tsan.supp:print_suppressions=0"
+export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVETEXT_SANITIZE=ON \
+  -DVETEXT_BENCH=OFF
+ninja -C build-asan -j"$jobs"
+ctest --test-dir build-asan -j"$jobs" --output-on-failure --timeout 600
+
+# The tests that run threads, under ThreadSanitizer; only their executables are built.
+cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVETEXT_TSAN=ON \
+  -DVETEXT_BENCH=OFF
+ninja -C build-tsan -j"$jobs" test_hostlibs test_engine test_render test_host
+ctest --test-dir build-tsan -j"$jobs" --output-on-failure --timeout 600 \
+  -R "Thread|Concurrent|Mutex"
 
 if [ -d fuzz ] && ls fuzz/*/CMakeLists.txt >/dev/null 2>&1 && command -v clang++ >/dev/null; then
   CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
