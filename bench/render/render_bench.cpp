@@ -10,9 +10,10 @@
 // interleaved within each repeat, in a rotating order; the table shows medians of the per-frame
 // time over the repeats and ratios to the floor and between peers.
 //
-//   bench_render [--frames N] [--repeats R] [--only-1080] [--match TEXT]
+//   bench_render [--frames N] [--repeats R] [--only-1080] [--match TEXT] [--only NAME]
 //
-// --match keeps the scenarios whose name contains TEXT (for profiling one of them).
+// --match keeps the scenarios whose name contains TEXT, --only runs one contender (copy,
+// vetext, drawtext or libass): both are for profiling, the ratios need every contender.
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -416,7 +417,7 @@ double Median(std::vector<double> v) {
 int main(int argc, char** argv) {
   int frames = 12, repeats = 5;
   bool only_1080 = false;
-  std::string match;
+  std::string match, only;
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
     if (a == "--frames" && i + 1 < argc)
@@ -427,9 +428,12 @@ int main(int argc, char** argv) {
       only_1080 = true;
     else if (a == "--match" && i + 1 < argc)
       match = argv[++i];
+    else if (a == "--only" && i + 1 < argc)
+      only = argv[++i];
     else {
       std::fprintf(stderr,
-                   "usage: bench_render [--frames N] [--repeats R] [--only-1080] [--match TEXT]\n");
+                   "usage: bench_render [--frames N] [--repeats R] [--only-1080] [--match TEXT] "
+                   "[--only NAME]\n");
       return 2;
     }
   }
@@ -473,7 +477,7 @@ int main(int argc, char** argv) {
     std::vector<bool> ok(contenders.size(), false);
     const int64_t total = int64_t(repeats + 1) * frames + 1;
     for (size_t c = 0; c < contenders.size(); ++c) {
-      if (!contenders[c]->Supports(s)) continue;
+      if (!contenders[c]->Supports(s) || (!only.empty() && only != contenders[c]->name())) continue;
       ok[c] = contenders[c]->Prepare(s, src);
       if (!ok[c])
         std::fprintf(stderr, "%s: cannot prepare %s\n", contenders[c]->name(), s.Name().c_str());

@@ -12,6 +12,7 @@
 #include <string>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "host_impl.h"
 
@@ -37,6 +38,60 @@ struct CacheEntry {
 };
 
 namespace {
+
+// Large buffers of entries that died, kept for the next entries of about the same size. An
+// effect that makes a few entries a frame (a text that changes every frame) would otherwise
+// get fresh pages from the system each time and pay a page fault per page to touch them.
+class BufferPool {
+ public:
+  static constexpr size_t kMinBytes = size_t(1) << 16;  // smaller ones are cheap to allocate
+  static constexpr size_t kMaxBuffers = 16;
+  static constexpr size_t kMaxPooledBytes = size_t(1) << 26;
+
+  // A buffer of `size` zero bytes, recycled when one of a fitting capacity is at hand.
+  std::vector<uint8_t> Take(size_t size) {
+    std::vector<uint8_t> out;
+    if (size >= kMinBytes) {
+      std::lock_guard lock(mutex_);
+      for (size_t i = 0; i < free_.size(); ++i) {
+        const size_t cap = free_[i].capacity();
+        if (cap >= size && cap / 2 <= size) {
+          out.swap(free_[i]);
+          free_.erase(free_.begin() + ptrdiff_t(i));
+          pooled_ -= cap;
+          break;
+        }
+      }
+    }
+    out.assign(size, 0);  // within the capacity of a recycled buffer: no allocation
+    return out;
+  }
+  void Give(std::vector<uint8_t>&& bytes) {
+    const size_t cap = bytes.capacity();
+    if (cap < kMinBytes || cap > kMaxPooledBytes) return;
+    std::vector<uint8_t> drop;  // freed outside the lock
+    std::lock_guard lock(mutex_);
+    if (free_.size() == kMaxBuffers || pooled_ + cap > kMaxPooledBytes) {
+      if (free_.empty()) return;
+      pooled_ -= free_.front().capacity();
+      drop.swap(free_.front());
+      free_.erase(free_.begin());  // the oldest goes
+    }
+    pooled_ += cap;
+    free_.push_back(std::move(bytes));
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<std::vector<uint8_t>> free_;
+  size_t pooled_ = 0;
+};
+
+BufferPool& Pool() {
+  static BufferPool* pool = new BufferPool;  // outlives every entry, also at exit
+  return *pool;
+}
+
 CacheEntry* EntryOf(RPixHandle h) {
   auto* e = reinterpret_cast<CacheEntry*>(h);
   if (!e || e->magic != kEntryMagic) return nullptr;
@@ -45,6 +100,7 @@ CacheEntry* EntryOf(RPixHandle h) {
 void Unref(CacheEntry* e) {
   if (e->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
     e->magic = 0;
+    Pool().Give(std::move(e->bytes));
     delete e;
   }
 }
@@ -150,7 +206,7 @@ int32_t Create(RPixHandle* out, int32_t kind, uint32_t pixel_format, int32_t wid
   auto* e = new (std::nothrow) CacheEntry;
   if (!e) return -1;
   try {
-    e->bytes.assign(size, 0);
+    e->bytes = Pool().Take(size_t(size));
   } catch (const std::bad_alloc&) {
     delete e;
     return -1;

@@ -117,6 +117,18 @@ VxStatus CopyLayer(EffectRef, const OutputLayer* src, OutputLayer* dst, const Vx
   const int32_t w = std::min(s.right - s.left, d.right - d.left);
   const int32_t hgt = std::min(s.bottom - s.top, d.bottom - d.top);
   if (w <= 0 || hgt <= 0) return kStatusOk;
+  // Whole frames of the same packed layout (the usual input copy) are one block: one call
+  // instead of a call a row is measurably faster at frame sizes.
+  const int64_t row = int64_t(w) * bpp;
+  if (s.left == 0 && d.left == 0 && src->row_bytes == dst->row_bytes &&
+      (src->row_bytes == row || src->row_bytes == -row)) {
+    const int64_t first = src->row_bytes < 0 ? int64_t(hgt - 1) : 0;
+    const auto* from =
+        static_cast<const uint8_t*>(src->data) + (s.top + first) * int64_t(src->row_bytes);
+    auto* to = static_cast<uint8_t*>(dst->data) + (d.top + first) * int64_t(dst->row_bytes);
+    std::memmove(to, from, size_t(row * hgt));
+    return kStatusOk;
+  }
   for (int32_t y = 0; y < hgt; ++y) {
     const auto* from =
         static_cast<const uint8_t*>(src->data) + int64_t(s.top + y) * src->row_bytes + s.left * bpp;

@@ -176,6 +176,16 @@ bool OneToOne(const Mapping& m) {
   return m.bx == 1.0 && m.cy == 1.0 && m.cx == 0.0 && m.by == 0.0;
 }
 
+// Whether the 2 x 2 footprint of a bilinear sample (two pixels at p, two at q) is all zero. Such
+// a sample leaves the destination as it is (d * 1 + 0 + 0.5, truncated, is d), so the kernels
+// skip it: most of a turned text's bounding box is the transparent space around the glyphs.
+inline bool Transparent(const uint8_t* p, const uint8_t* q) {
+  uint64_t a, b;
+  std::memcpy(&a, p, 8);
+  std::memcpy(&b, q, 8);
+  return (a | b) == 0;
+}
+
 }  // namespace
 
 void BlendRowScalar(const uint8_t* base, int32_t wp, int32_t hp, float u0, float du, float v0,
@@ -196,6 +206,10 @@ void BlendRowScalar(const uint8_t* base, int32_t wp, int32_t hp, float u0, float
     const float fv = std::min(std::max(v - static_cast<float>(iy), 0.0f), 1.0f);
     const uint8_t* p = base + static_cast<size_t>(iy) * stride + static_cast<size_t>(ix) * 4;
     const uint8_t* q = p + stride;
+    if (Transparent(p, q)) {
+      d += 4;
+      continue;
+    }
     const float w00 = (1 - fu) * (1 - fv), w01 = fu * (1 - fv), w10 = (1 - fu) * fv, w11 = fu * fv;
     float s[4];
     for (int c = 0; c < 4; ++c) s[c] = w00 * p[c] + w01 * p[4 + c] + w10 * q[c] + w11 * q[4 + c];
@@ -239,6 +253,10 @@ void BlendRowSse2(const uint8_t* base, int32_t wp, int32_t hp, float u0, float d
     const float fv = std::min(std::max(v - static_cast<float>(iy), 0.0f), 1.0f);
     const uint8_t* p = base + static_cast<size_t>(iy) * stride + static_cast<size_t>(ix) * 4;
     const uint8_t* q = p + stride;
+    if (Transparent(p, q)) {
+      d += 4;
+      continue;
+    }
     const __m128 w00 = _mm_set1_ps((1 - fu) * (1 - fv)), w01 = _mm_set1_ps(fu * (1 - fv)),
                  w10 = _mm_set1_ps((1 - fu) * fv), w11 = _mm_set1_ps(fu * fv);
     __m128 s = _mm_mul_ps(w00, load(p));
