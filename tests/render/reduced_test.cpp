@@ -2,10 +2,12 @@
 // 4 x 4 by the compositor's prefilter), and the SIMD row blend against its scalar reference.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <random>
 #include <vector>
 
+#include "render/glyph_cache.h"
 #include "render/rasterize.h"
 #include "test_layouts.h"
 #include "vetext/effect.h"
@@ -142,6 +144,109 @@ TEST(ReducedRaster, SimdRowBlendEqualsScalar) {
       EXPECT_NE(a, d) << n;  // something was blended
     }
   }
+}
+
+// The block means of a full mask, computed pixel by pixel: the reduced mask must equal them.
+struct Means {
+  int32_t w = 0, h = 0;
+  std::vector<int> top, bot;
+};
+Means BlockMeans(const GlyphMask& m, int sub_x, int sub_y, bool fill_first) {
+  Means r;
+  r.w = (sub_x + m.width + 3) / 4;
+  r.h = (sub_y + m.height + 3) / 4;
+  std::vector<long> top(size_t(r.w) * size_t(r.h)), bot(top.size());
+  const bool stroked = !m.stroke.empty();
+  for (int32_t y = 0; y < m.height; ++y)
+    for (int32_t x = 0; x < m.width; ++x) {
+      const size_t i = size_t(y) * size_t(m.width) + size_t(x);
+      const int f = m.fill[i], st = stroked ? m.stroke[i] : 0;
+      const int ta = stroked && fill_first ? st : f, ba = stroked && fill_first ? f : st;
+      const size_t o = size_t((y + sub_y) / 4) * size_t(r.w) + size_t((x + sub_x) / 4);
+      top[o] += ta;
+      bot[o] += int(std::lround(double(ba) * double(255 - ta) / 255.0));
+    }
+  for (size_t i = 0; i < top.size(); ++i) {
+    r.top.push_back(int(std::floor(double(top[i]) / 16.0 + 0.5)));
+    r.bot.push_back(std::min(int(std::floor(double(bot[i]) / 16.0 + 0.5)), 255 - r.top.back()));
+  }
+  return r;
+}
+
+TEST(ReducedGlyphMask, EqualsTheBlockMeansOfTheFullMaskAtEveryOffset) {
+  // Glyphs wide and narrow (rows longer and shorter than one SIMD step), plain and stroked in
+  // both orders, at every sub-block offset and several phases.
+  const std::u16string font = u"Liberation Sans";
+  struct Case {
+    char ch;
+    float size, stroke;
+    bool fill_first;
+  };
+  for (const Case& c : {Case{'W', 200, 0, false}, Case{'g', 160, 12, false},
+                        Case{'O', 120, 9, true}, Case{'.', 14, 0, false}, Case{'i', 18, 3, true}}) {
+    const int32_t glyph = vetext_test::GlyphOf(font, char32_t(c.ch));
+    ASSERT_NE(glyph, 0) << c.ch;
+    for (int phase : {0, 1, 3}) {
+      auto full = GetGlyphMask(font, glyph, c.size, c.stroke, phase, 3 - phase);
+      ASSERT_TRUE(full) << c.ch;
+      ASSERT_EQ(full->stroke.empty(), c.stroke == 0) << c.ch;
+      for (int sub = 0; sub < 16; ++sub) {
+        const int sx = sub % 4, sy = sub / 4;
+        auto red = GetReducedGlyphMask(font, glyph, c.size, c.stroke, phase, 3 - phase, sx, sy,
+                                       c.fill_first);
+        ASSERT_TRUE(red);
+        const Means want = BlockMeans(*full, sx, sy, c.fill_first);
+        ASSERT_EQ(red->width, want.w);
+        ASSERT_EQ(red->height, want.h);
+        std::vector<int> got_top(red->fill.begin(), red->fill.end());
+        EXPECT_EQ(got_top, want.top) << c.ch << " phase " << phase << " sub " << sx << sy;
+        if (c.stroke == 0) {
+          EXPECT_TRUE(red->stroke.empty());
+        } else {
+          std::vector<int> got_bot(red->stroke.begin(), red->stroke.end());
+          EXPECT_EQ(got_bot, want.bot) << c.ch << " phase " << phase << " sub " << sx << sy;
+        }
+      }
+    }
+  }
+}
+
+TEST(ReducedGlyphMask, ALaterFrameWithTheSameGlyphsAtTheSamePhasesReducesNothingNew) {
+  // A title redrawn every frame: the same glyphs at the same place, then moved by whole
+  // reduced pixels (a buffer placed elsewhere), make no new masks and the same picture, moved.
+  ClearGlyphCache();
+  Style s;
+  s.size = 160;
+  s.stroke_width = 16;
+  LayoutRecord l = MakeLayout("TEXT 1201", s, 0, 0);
+  const int32_t W = 1000, H = 260, rw = W / 4 + 2, rh = H / 4 + 2;
+  auto draw = [&](float ox, float oy) {
+    std::vector<uint8_t> out(size_t(rw) * size_t(rh) * 4, 0);
+    EXPECT_TRUE(RasterizeLayoutReduced(l, W, H, ox, oy, kPixelFormatBGRA, out.data()));
+    return out;
+  };
+  const std::vector<uint8_t> first = draw(10.3f, 190.6f);
+  const GlyphCacheStats s1 = GetGlyphCacheStats();
+  EXPECT_GT(s1.misses, 0u);
+  const std::vector<uint8_t> again = draw(10.3f, 190.6f);
+  const GlyphCacheStats s2 = GetGlyphCacheStats();
+  EXPECT_EQ(s2.misses, s1.misses);
+  EXPECT_GT(s2.hits, s1.hits);
+  EXPECT_EQ(again, first);
+  const std::vector<uint8_t> moved = draw(10.3f + 8, 190.6f + 12);  // 2 and 3 reduced pixels
+  EXPECT_EQ(GetGlyphCacheStats().misses, s1.misses);
+  uint64_t alpha = 0;
+  for (int32_t y = 0; y + 3 < rh; ++y)
+    for (int32_t x = 0; x + 2 < rw; ++x)
+      for (int k = 0; k < 4; ++k) {
+        const uint8_t a = first[(size_t(y) * rw + x) * 4 + k];
+        ASSERT_EQ(moved[(size_t(y + 3) * rw + x + 2) * 4 + k], a) << x << "," << y;
+        if (k == 3) alpha += a;
+      }
+  EXPECT_GT(alpha, 100000u);
+  // A move by a quarter of a reduced pixel lands every glyph on another sub-block offset.
+  draw(11.3f, 190.6f);
+  EXPECT_GT(GetGlyphCacheStats().misses, s1.misses);
 }
 
 }  // namespace
