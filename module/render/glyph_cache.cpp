@@ -217,8 +217,25 @@ std::shared_ptr<GlyphMask> MakeMask(FT_Face face, int32_t glyph_id, float font_s
 
 // ---- the cache -----------------------------------------------------------------------------
 
+// Font names are interned to small numbers once, so that a lookup hashes and compares a few
+// integers: a paragraph makes two lookups a glyph every frame.
+uint32_t FontId(const std::u16string& name) {
+  // The last name this thread asked for, pointing into the table (whose nodes never move):
+  // trivially destructible, so the module can still be unloaded while threads live on.
+  thread_local const std::u16string* last_name = nullptr;
+  thread_local uint32_t last_id = 0;
+  if (last_name != nullptr && name == *last_name) return last_id;
+  static std::mutex m;
+  static std::unordered_map<std::u16string, uint32_t> ids;
+  std::lock_guard<std::mutex> lock(m);
+  auto it = ids.emplace(name, uint32_t(ids.size())).first;
+  last_name = &it->first;
+  last_id = it->second;
+  return last_id;
+}
+
 struct Key {
-  std::u16string font;
+  uint32_t font;
   int32_t glyph;
   uint32_t size_bits, stroke_bits;
   uint8_t phase_x, phase_y;
@@ -230,14 +247,15 @@ struct Key {
 };
 struct KeyHash {
   size_t operator()(const Key& k) const {
-    size_t h = std::hash<std::u16string>()(k.font);
-    auto mix = [&h](uint64_t v) { h ^= v + 0x9e3779b97f4a7c15ull + (h << 6) + (h >> 2); };
-    mix(uint32_t(k.glyph));
-    mix(k.size_bits);
-    mix(k.stroke_bits);
+    uint64_t h = (uint64_t(k.font) << 32 | uint32_t(k.glyph)) * 0x9e3779b97f4a7c15ull;
+    auto mix = [&h](uint64_t v) {
+      h ^= v + 0x9e3779b97f4a7c15ull + (h << 6) + (h >> 2);
+      h *= 0xff51afd7ed558ccdull;
+    };
+    mix(uint64_t(k.size_bits) << 32 | k.stroke_bits);
     mix(k.phase_x | k.phase_y << 8 | k.sub_x << 16 | uint64_t(k.sub_y) << 24 |
         uint64_t(k.fill_first) << 32);
-    return h;
+    return size_t(h ^ (h >> 29));
   }
 };
 
@@ -265,7 +283,7 @@ class Cache {
   void Add(const Key& key, std::shared_ptr<const GlyphMask> mask) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (map_.count(key) != 0) return;
-    size_t bytes = (mask ? mask->Bytes() : 0) + sizeof(Entry) + key.font.size() * 2 + 64;
+    size_t bytes = (mask ? mask->Bytes() : 0) + sizeof(Entry) + 64;
     lru_.push_front(Entry{key, std::move(mask), bytes});
     map_.emplace(key, lru_.begin());
     stats_.bytes += bytes;
@@ -326,7 +344,7 @@ std::shared_ptr<const GlyphMask> GetGlyphMask(const std::u16string& font_name, i
   if (!(stroke_width > 0.0f)) stroke_width = 0.0f;
   phase_x = phase_x < 0 ? 0 : phase_x >= kGlyphPhases ? kGlyphPhases - 1 : phase_x;
   phase_y = phase_y < 0 ? 0 : phase_y >= kGlyphPhases ? kGlyphPhases - 1 : phase_y;
-  Key key{font_name,          glyph_id,         Bits(font_size),
+  Key key{FontId(font_name),  glyph_id,         Bits(font_size),
           Bits(stroke_width), uint8_t(phase_x), uint8_t(phase_y)};
   bool found = false;
   auto mask = TheCache().Find(key, &found);
@@ -442,8 +460,8 @@ std::shared_ptr<const GlyphMask> GetReducedGlyphMask(const std::u16string& font_
   sub_x = sub_x & 3;
   sub_y = sub_y & 3;
   if (stroke_width == 0.0f) fill_first = false;  // one layer: the order does not matter
-  Key key{font_name,        glyph_id,       Bits(font_size), Bits(stroke_width), uint8_t(phase_x),
-          uint8_t(phase_y), uint8_t(sub_x), uint8_t(sub_y),  fill_first};
+  Key key{FontId(font_name), glyph_id,       Bits(font_size), Bits(stroke_width), uint8_t(phase_x),
+          uint8_t(phase_y),  uint8_t(sub_x), uint8_t(sub_y),  fill_first};
   bool found = false;
   auto reduced = TheCache().Find(key, &found);
   if (found) return reduced;
