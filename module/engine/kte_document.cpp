@@ -6,7 +6,6 @@
 #include <mutex>
 
 #include "document/document_json.h"
-#include "engine/compose_internal.h"
 #include "engine/kte.h"
 
 namespace KTE {
@@ -52,17 +51,15 @@ void EngineStart() {
   std::lock_guard<std::mutex> lock(g_engine_mutex);
   // The font configuration is loaded once; the count only keeps start and stop paired, since
   // releasing fontconfig's process-wide state would pull it from under other users.
-  if (g_engine_starts++ == 0) {
-    FcInit();
-    // Keeps the composer's font map and glyph caches alive from start to stop, so that each
-    // composition does not build them again.
-    RetainComposer();
-  }
+  // The composer's font map is made on first use and kept for the life of the process: Pango
+  // finishes loading fonts on a glib worker thread that can outlive an engine stop, so freeing
+  // the map at stop races with that thread.
+  if (g_engine_starts++ == 0) FcInit();
 }
 
 void EngineStop() {
   std::lock_guard<std::mutex> lock(g_engine_mutex);
-  if (g_engine_starts > 0 && --g_engine_starts == 0) ReleaseComposer();
+  if (g_engine_starts > 0) --g_engine_starts;
 }
 
 std::u16string FindFont(const std::u16string& name) {
