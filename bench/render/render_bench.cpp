@@ -416,7 +416,7 @@ double Median(std::vector<double> v) {
 
 int main(int argc, char** argv) {
   int frames = 12, repeats = 5;
-  bool only_1080 = false;
+  bool only_1080 = false, upright = false;
   std::string match, only;
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
@@ -430,10 +430,12 @@ int main(int argc, char** argv) {
       match = argv[++i];
     else if (a == "--only" && i + 1 < argc)
       only = argv[++i];
+    else if (a == "--upright")
+      upright = true;
     else {
       std::fprintf(stderr,
                    "usage: bench_render [--frames N] [--repeats R] [--only-1080] [--match TEXT] "
-                   "[--only NAME]\n");
+                   "[--only NAME] [--upright]\n");
       return 2;
     }
   }
@@ -459,6 +461,7 @@ int main(int argc, char** argv) {
     for (bool paragraph : {false, true})
       for (bool counter : {false, true})
         for (bool rotated : {false, true}) {
+          if (rotated && upright) continue;
           Scenario s{paragraph, h * 16 / 9, h, counter, rotated};
           if (match.empty() || s.Name().find(match) != std::string::npos) scenarios.push_back(s);
         }

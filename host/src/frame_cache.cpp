@@ -21,6 +21,9 @@ namespace vxhost {
 namespace {
 constexpr uint64_t kEntryMagic = 0x7678726978656e74ull;
 constexpr uint64_t kMaxBufferBytes = uint64_t(1) << 34;
+// Large entries kept while nobody has asked for them yet: enough for every layer of a frame
+// (and a frame or two of look-ahead) to find its entries on the next frame.
+constexpr size_t kProbationEntries = 32;
 }  // namespace
 
 struct CacheEntry {
@@ -35,6 +38,10 @@ struct CacheEntry {
   // Position in the LRU list while the entry is in the cache.
   bool cached = false;
   std::list<std::pair<std::string, CacheEntry*>>::iterator lru;
+  // Position in the probation list while the entry is large and has not been looked up since
+  // it was added.
+  bool on_probation = false;
+  std::list<CacheEntry*>::iterator probation;
 };
 
 namespace {
@@ -115,22 +122,51 @@ struct FrameCache::Impl {
   std::unordered_map<std::string, CacheEntry*> map;
   CacheStats stats;
 
+  // Large entries that have not been looked up since they were added, newest first. A text
+  // that changes every frame adds one such entry a frame that no later frame asks for; left to
+  // the budget they would pile up in fresh memory (a page fault per page to fill each) until the
+  // budget is reached. Only the newest few are kept on trust, the older ones go, and their
+  // buffers serve the next entries. An entry that is looked up once is a normal entry from then
+  // on, so an unchanged document, whose next frame finds its entries, never loses them here.
+  std::list<CacheEntry*> probation;
+
   explicit Impl(uint64_t b) : budget(b) {}
+
+  void LeaveProbationLocked(CacheEntry* e) {
+    if (!e->on_probation) return;
+    probation.erase(e->probation);
+    e->on_probation = false;
+  }
+
+  // Caller holds the mutex. Takes `it` out of the cache; returns the next LRU position.
+  std::list<std::pair<std::string, CacheEntry*>>::iterator DropLocked(
+      std::list<std::pair<std::string, CacheEntry*>>::iterator it) {
+    CacheEntry* e = it->second;
+    map.erase(it->first);
+    stats.bytes -= e->bytes.size();
+    stats.entries--;
+    stats.evictions++;
+    e->cached = false;
+    LeaveProbationLocked(e);
+    it = lru.erase(it);
+    Unref(e);
+    return it;
+  }
 
   // Caller holds the mutex. Drops least recently used entries beyond the budget, never `keep`.
   void EvictLocked(const CacheEntry* keep) {
     auto it = lru.end();
     while (stats.bytes > budget && it != lru.begin()) {
       --it;
-      CacheEntry* e = it->second;
-      if (e == keep) continue;
-      map.erase(it->first);
-      stats.bytes -= e->bytes.size();
-      stats.entries--;
-      stats.evictions++;
-      e->cached = false;
-      it = lru.erase(it);
-      Unref(e);
+      if (it->second == keep) continue;
+      it = DropLocked(it);
+    }
+  }
+
+  // Caller holds the mutex. Drops the oldest entries on probation beyond the allowance.
+  void TrimProbationLocked() {
+    while (probation.size() > kProbationEntries) {
+      DropLocked(probation.back()->lru);
     }
   }
 
@@ -146,6 +182,7 @@ struct FrameCache::Impl {
     }
     CacheEntry* e = found->second;
     lru.splice(lru.begin(), lru, e->lru);
+    LeaveProbationLocked(e);
     e->refs.fetch_add(1, std::memory_order_relaxed);
     stats.hits++;
     *out = reinterpret_cast<RPixHandle>(e);
@@ -166,6 +203,12 @@ struct FrameCache::Impl {
     stats.adds++;
     stats.entries++;
     stats.bytes += e->bytes.size();
+    if (e->bytes.size() >= BufferPool::kMinBytes) {
+      probation.push_front(e);
+      e->probation = probation.begin();
+      e->on_probation = true;
+      TrimProbationLocked();
+    }
     EvictLocked(e);
     return 0;
   }
@@ -173,9 +216,11 @@ struct FrameCache::Impl {
   void ClearLocked() {
     for (auto& [key, e] : lru) {
       e->cached = false;
+      e->on_probation = false;
       Unref(e);
     }
     lru.clear();
+    probation.clear();
     map.clear();
     stats.bytes = 0;
     stats.entries = 0;

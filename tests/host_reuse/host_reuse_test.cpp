@@ -4,7 +4,9 @@
 // samples whose whole footprint is transparent.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "image_renderer/motion.h"
@@ -82,6 +84,62 @@ TEST(CacheBufferReuse, RecycledBuffersAreZeroedAndLiveOnesAreNeverShared) {
   }
   EXPECT_TRUE(AllEqual(s.Bytes(a), kBig, 0x11));
   s.pix->dispose(a);
+}
+
+// A text that changes every frame adds one large entry a frame that no later frame looks up;
+// such entries must not pile up in fresh memory until the budget is reached, but an entry that
+// is looked up on the frame after it was made (an unchanged document) must stay, however many
+// frames follow, and small entries are left to the budget alone.
+TEST(CacheBufferReuse, UnaskedLargeEntriesMakeRoomAndAskedOnesStay) {
+  FrameCache cache;  // a budget far above what this test adds
+  CacheSuites s(cache);
+  constexpr uint64_t kBig = 300 << 10;
+  auto add = [&](const std::string& key, uint64_t size, uint8_t fill) {
+    RPixHandle h = s.Make(size, fill);
+    EXPECT_EQ(s.cache->add(key.c_str(), h), 0);
+    return h;
+  };
+  auto has = [&](const std::string& key) {
+    RPixHandle h = nullptr;
+    EXPECT_EQ(s.cache->lookup(key.c_str(), &h), 0);
+    if (!h) return false;
+    s.pix->dispose(h);
+    return true;
+  };
+  // Frame 0 of an unchanged document: its entry, asked for on the next frame.
+  RPixHandle kept = add("static", kBig, 0x5A);
+  s.pix->dispose(kept);
+  ASSERT_TRUE(has("static"));
+  std::vector<uint8_t*> seen;
+  int reused = 0;
+  for (int frame = 0; frame < 200; ++frame) {
+    RPixHandle h = add("counter " + std::to_string(frame), kBig + uint64_t(frame % 7) * 64, 0);
+    uint8_t* p = s.Bytes(h);
+    if (std::find(seen.begin(), seen.end(), p) != seen.end()) ++reused;
+    seen.push_back(p);
+    s.pix->dispose(h);
+    RPixHandle small = add("small " + std::to_string(frame), 1000, uint8_t(frame));
+    s.pix->dispose(small);
+    ASSERT_TRUE(has("static")) << "frame " << frame;
+  }
+  // The stream of unasked entries settled on recycled buffers, and the cache holds a bounded
+  // number of them; the recent ones are still there to be found.
+  EXPECT_GT(reused, 100);
+  const CacheStats st = cache.Stats();
+  EXPECT_LT(st.bytes, 64 * kBig);
+  EXPECT_GT(st.evictions, 100u);
+  EXPECT_EQ(st.adds - st.evictions, st.entries);
+  EXPECT_TRUE(has("counter 199"));
+  EXPECT_TRUE(has("counter 190"));
+  EXPECT_FALSE(has("counter 0"));
+  // Small entries are not on trial: every one is still there.
+  for (int frame = 0; frame < 200; frame += 37) EXPECT_TRUE(has("small " + std::to_string(frame)));
+  // The entry that was asked for kept its bytes.
+  RPixHandle h = nullptr;
+  ASSERT_EQ(s.cache->lookup("static", &h), 0);
+  ASSERT_NE(h, nullptr);
+  EXPECT_TRUE(AllEqual(s.Bytes(h), kBig, 0x5A));
+  s.pix->dispose(h);
 }
 
 TEST(HostCopyLayer, WholeFramesKeepVisualRowsInEveryOrientation) {
