@@ -9,7 +9,9 @@ namespace {
 std::atomic<int> g_starts{0};
 std::atomic<bool> g_fail{false};
 
-void* LookupProc(const char*, const char*, const char*) { return nullptr; }
+void* LookupProc(const char*, const char*, const char*) {
+  return nullptr;
+}
 }  // namespace
 
 CorvoLookupProc InitCorvoComponents(void) {
@@ -25,4 +27,6 @@ bool TerminateCorvoComponents(void) {
   return n > 0;
 }
 
-void CorvoSetFailForTesting(bool fail) { g_fail.store(fail); }
+void CorvoSetFailForTesting(bool fail) {
+  g_fail.store(fail);
+}

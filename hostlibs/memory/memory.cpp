@@ -26,7 +26,9 @@ void* RxNewPtr(uint64_t size) {
   return h + 1;
 }
 
-uint64_t RxGetPtrSize(const void* p) { return p ? HeaderOf(p)->size : 0; }
+uint64_t RxGetPtrSize(const void* p) {
+  return p ? HeaderOf(p)->size : 0;
+}
 
 void RxDisposePtr(void* p) {
   if (!p) return;

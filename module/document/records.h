@@ -50,7 +50,7 @@ struct TextRun {
 
 struct TextParam {
   std::vector<TextRun> mTextRuns;
-  int32_t mWidth = 0;   // box width in frame pixels; 0 by 0 is point text
+  int32_t mWidth = 0;  // box width in frame pixels; 0 by 0 is point text
   int32_t mHeight = 0;
   bool operator==(const TextParam&) const = default;
 };

@@ -53,7 +53,9 @@ Value Value::Name(std::string n) {
   return v;
 }
 
-Value Value::Array() { return Array(std::vector<Value>()); }
+Value Value::Array() {
+  return Array(std::vector<Value>());
+}
 
 Value Value::Array(std::vector<Value> items) {
   Value v;

@@ -28,7 +28,9 @@ Registrar::Registrar(const char* name, int order, RegisterFn fn) {
   Registry().push_back({name, order, fn});
 }
 
-void SetExitStatus(int status) { g_exit_status = status; }
+void SetExitStatus(int status) {
+  g_exit_status = status;
+}
 
 int Fail(const std::string& message) {
   std::fprintf(stderr, "vetext: %s\n", message.c_str());

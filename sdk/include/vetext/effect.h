@@ -69,14 +69,14 @@ enum {
 #define kEffectVersionWord 0x80000u
 
 /* ---- four-character codes (bytes in memory spell the code) -------------------------------- */
-#define kPixelFormatBGRA 0x61726762u /* 'b','g','r','a': 8 bits per channel */
-#define kPixelFormatVUYA 0x61797576u /* 'v','u','y','a': 8 bits per channel */
-#define kPixelFormatBGRA16 0x36316762u /* 'b','g','1','6': 16 bits per channel (not supported) */
+#define kPixelFormatBGRA 0x61726762u    /* 'b','g','r','a': 8 bits per channel */
+#define kPixelFormatVUYA 0x61797576u    /* 'v','u','y','a': 8 bits per channel */
+#define kPixelFormatBGRA16 0x36316762u  /* 'b','g','1','6': 16 bits per channel (not supported) */
 #define kPixelFormatBGRA32F 0x66326762u /* 'b','g','2','f': float channels (not supported) */
-#define kPixelFormatRaw 0x65746B40u  /* '@','k','t','e': raw bytes in the frame cache */
-#define kPixelFormatBad 0x66646162u  /* 'b','a','d','f': "no format known" sentinel */
+#define kPixelFormatRaw 0x65746B40u     /* '@','k','t','e': raw bytes in the frame cache */
+#define kPixelFormatBad 0x66646162u     /* 'b','a','d','f': "no format known" sentinel */
 
-typedef void** VxHandle;     /* pointer to a pointer to host-owned bytes */
+typedef void** VxHandle;                   /* pointer to a pointer to host-owned bytes */
 typedef struct EffectRefOpaque* EffectRef; /* identifies the effect instance to the host */
 
 typedef struct VxRational {
@@ -116,12 +116,12 @@ enum {
 };
 
 enum {
-  kParamUIFlagControl = 0x2,   /* the parameter has a custom control area */
-  kParamUIFlagDisabled = 0x20  /* shown greyed out */
+  kParamUIFlagControl = 0x2,  /* the parameter has a custom control area */
+  kParamUIFlagDisabled = 0x20 /* shown greyed out */
 };
 enum {
-  kParamFlagCannotTimeVary = 0x2,   /* not animatable */
-  kParamFlagSupervise = 0x40        /* the host sends command 13 when the user changes it */
+  kParamFlagCannotTimeVary = 0x2, /* not animatable */
+  kParamFlagSupervise = 0x40      /* the host sends command 13 when the user changes it */
 };
 enum { kParamIndexAppend = -1 };
 #define kParamNameLength 32
@@ -140,7 +140,7 @@ typedef struct FixedSliderDef {
 } FixedSliderDef;
 
 typedef struct AngleDef {
-  VxFixed value;    /* degrees */
+  VxFixed value; /* degrees */
   VxFixed dephault;
 } AngleDef;
 
@@ -239,12 +239,12 @@ typedef struct InputRecord {
   const SuiteServices* suites; /* may be null on a host without suites */
   VxRational downsample_x;     /* 1/1 at full resolution, 1/2 at half */
   VxRational downsample_y;
-  VxRational pixel_aspect;     /* of the layer */
-  int64_t current_time;        /* in time_scale units */
+  VxRational pixel_aspect; /* of the layer */
+  int64_t current_time;    /* in time_scale units */
   int64_t time_step;
   uint32_t time_scale;
   uint32_t quality;
-  int32_t width, height;       /* of the input layer */
+  int32_t width, height; /* of the input layer */
 } InputRecord;
 
 #define kOutputMessageLength 256
@@ -264,7 +264,13 @@ typedef struct ChangeRecord {
 } ChangeRecord;
 
 /* Command 15: a viewer or control event. */
-enum { kEventActivate = 1, kEventClick = 2, kEventDrag = 3, kEventDraw = 4, kEventAdjustCursor = 9 };
+enum {
+  kEventActivate = 1,
+  kEventClick = 2,
+  kEventDrag = 3,
+  kEventDraw = 4,
+  kEventAdjustCursor = 9
+};
 typedef struct EventContext {
   void* host_data;
   int32_t window_type; /* 0: the program viewer */
@@ -276,9 +282,9 @@ typedef struct EventCallbacks {
   VxStatus (*viewer_to_layer)(void* host_data, VxFixed* x, VxFixed* y);
 } EventCallbacks;
 typedef struct EventRecord {
-  EventContext** context;      /* context handle */
+  EventContext** context; /* context handle */
   int32_t event_type;
-  int32_t click_x, click_y;    /* viewer pixels */
+  int32_t click_x, click_y; /* viewer pixels */
   uint8_t send_drag;
   uint8_t pad[3];
   int32_t param_index;
@@ -300,17 +306,42 @@ enum {
   kArbPrint = 8
 };
 typedef struct ArbRequestRecord {
-  int32_t selector;   /* offset 0 */
+  int32_t selector; /* offset 0 */
   int32_t pad0;
-  uint64_t refcon;    /* offset 8: the parameter's reference constant */
-  union {             /* offset 16 */
-    struct { VxHandle* dst; } create;
-    struct { VxHandle handle; } dispose;
-    struct { VxHandle src; VxHandle* dst; } copy;
-    struct { VxHandle handle; uint32_t* flat_size; } flat_size;
-    struct { VxHandle handle; uint32_t buf_size; uint32_t pad; void* buf; } flatten;
-    struct { uint32_t buf_size; uint32_t pad; const void* buf; VxHandle* dst; } unflatten;
-    struct { VxHandle left; VxHandle right; double t; VxHandle* dst; } interpolate;
+  uint64_t refcon; /* offset 8: the parameter's reference constant */
+  union {          /* offset 16 */
+    struct {
+      VxHandle* dst;
+    } create;
+    struct {
+      VxHandle handle;
+    } dispose;
+    struct {
+      VxHandle src;
+      VxHandle* dst;
+    } copy;
+    struct {
+      VxHandle handle;
+      uint32_t* flat_size;
+    } flat_size;
+    struct {
+      VxHandle handle;
+      uint32_t buf_size;
+      uint32_t pad;
+      void* buf;
+    } flatten;
+    struct {
+      uint32_t buf_size;
+      uint32_t pad;
+      const void* buf;
+      VxHandle* dst;
+    } unflatten;
+    struct {
+      VxHandle left;
+      VxHandle right;
+      double t;
+      VxHandle* dst;
+    } interpolate;
   } u;
 } ArbRequestRecord;
 

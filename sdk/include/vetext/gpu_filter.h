@@ -49,7 +49,7 @@ typedef struct GPURenderParams {
 } GPURenderParams;
 
 typedef struct GPUDependency {
-  int32_t kind;          /* 2: a precompute dependency */
+  int32_t kind; /* 2: a precompute dependency */
   int32_t status;
   int64_t time;
   uint32_t pixel_format; /* 'bgra' */
@@ -122,7 +122,8 @@ inline int32_t RxGPUFilterBase::Initialize(GPUInstanceRecord* rec) {
   timeline_id_ = rec->timeline_id;
   node_id_ = rec->node_id;
   const void* s = nullptr;
-  if (rec->suites && rec->suites->acquire(kVideoSegmentSuiteName, kVideoSegmentSuiteVersion, &s) == 0)
+  if (rec->suites &&
+      rec->suites->acquire(kVideoSegmentSuiteName, kVideoSegmentSuiteVersion, &s) == 0)
     video_segment_suite_ = static_cast<const VideoSegmentSuite6*>(s);
   return 0;
 }

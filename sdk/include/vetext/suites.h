@@ -78,18 +78,23 @@ typedef struct RPixCreatorSuite3 {
 /* ---- "MediaHub Video Segment Suite", version 6 -------------------------------------------- */
 #define kVideoSegmentSuiteName "MediaHub Video Segment Suite"
 #define kVideoSegmentSuiteVersion 6
-enum { kSegParamNone = 0, kSegParamFloat = 1, kSegParamBool = 2, kSegParamPoint = 3, kSegParamHandle = 4 };
+enum {
+  kSegParamNone = 0,
+  kSegParamFloat = 1,
+  kSegParamBool = 2,
+  kSegParamPoint = 3,
+  kSegParamHandle = 4
+};
 typedef struct SegmentParamValue {
   int32_t type;
   int32_t pad;
-  double value;        /* float parameters (sliders in their display unit, angles in degrees) */
-  double x, y;         /* points, layer pixels */
-  uint8_t flag;        /* booleans */
-  void* handle;        /* arbitrary data: a copy owned by the caller, freed with RxDisposePtr */
+  double value; /* float parameters (sliders in their display unit, angles in degrees) */
+  double x, y;  /* points, layer pixels */
+  uint8_t flag; /* booleans */
+  void* handle; /* arbitrary data: a copy owned by the caller, freed with RxDisposePtr */
 } SegmentParamValue;
 typedef struct VideoSegmentSuite6 {
-  int32_t (*get_param)(int32_t node_id, int32_t param_index, int64_t time,
-                       SegmentParamValue* out);
+  int32_t (*get_param)(int32_t node_id, int32_t param_index, int64_t time, SegmentParamValue* out);
 } VideoSegmentSuite6;
 
 /* ---- "DRAWBOT ..." suites: the viewer overlay's drawing ------------------------------------ */
