@@ -41,7 +41,7 @@ int Fail(const std::string& message) {
 
 int main(int argc, char** argv) {
   using namespace vetext_tool;
-  CLI::App app{"vetext: styled, animated text over images and video"};
+  CLI::App app{"vetext: styled, animated text over images and video", "vetext"};
   app.require_subcommand(0, 1);
   std::sort(Registry().begin(), Registry().end(),
             [](const Entry& a, const Entry& b) { return a.order < b.order; });
