@@ -2,83 +2,29 @@
 // their output read back as data.
 #include <gtest/gtest.h>
 #include <rapidjson/document.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
+
+#include "tool_run.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-struct Output {
-  int rc = -1;
-  std::string out, err;
-};
+using Output = vetext_test::ToolOutput;
+using vetext_test::ReadWholeFile;
 
-std::string Quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
-
-std::string Slurp(const fs::path& p) {
-  std::ifstream f(p, std::ios::binary);
-  std::stringstream ss;
-  ss << f.rdbuf();
-  return ss.str();
-}
-
-class InspectCli : public ::testing::Test {
+class InspectCli : public vetext_test::ToolTest {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() /
-           ("vetext_inspect_" +
-            std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()) + "_" +
-            std::to_string(getpid()));
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
-  fs::path Path(const std::string& name) const { return dir_ / name; }
-
-  // Runs the tool with `args`, feeding `input` on stdin; captures stdout and stderr.
-  Output Run(const std::vector<std::string>& args, const std::string& input = "") const {
-    std::ofstream(Path("stdin.txt"), std::ios::binary) << input;
-    // Appended piece by piece: GCC 12 at -O3 reports a false -Wrestrict on a literal `+` a
-    // temporary string.
-    std::string cmd = "cd ";
-    cmd += Quote(dir_.string());
-    cmd += " && ";
-    cmd += Quote(VETEXT_TOOL_PATH);
-    for (const auto& a : args) {
-      cmd += ' ';
-      cmd += Quote(a);
-    }
-    cmd += " <stdin.txt >stdout.txt 2>stderr.txt";
-    int status = std::system(cmd.c_str());
-    Output o;
-    o.rc = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    o.out = Slurp(Path("stdout.txt"));
-    o.err = Slurp(Path("stderr.txt"));
-    return o;
-  }
-
   static rapidjson::Document Json(const std::string& text) {
     rapidjson::Document d;
     d.Parse(text.c_str(), text.size());
     EXPECT_FALSE(d.HasParseError()) << text.substr(0, 200);
     return d;
   }
-
-  fs::path dir_;
 };
 
 TEST_F(InspectCli, DescribeListsTheElevenParametersWithLabelsAndDefaults) {
@@ -133,7 +79,7 @@ TEST_F(InspectCli, DocBuildsTheStyledRunAndItsBlockReadsBack) {
 
   // The block: an 8-byte count, then that many bytes of UTF-16; read back it prints the same.
   ASSERT_EQ(Run({"doc", "--text", "Hi", "--size", "80", "--block", "hi.block"}).rc, 0);
-  std::string block = Slurp(Path("hi.block"));
+  std::string block = ReadWholeFile(Path("hi.block"));
   ASSERT_GE(block.size(), 8u);
   uint64_t count = 0;
   for (int i = 7; i >= 0; --i) count = count << 8 | uint8_t(block[i]);
@@ -166,7 +112,7 @@ TEST_F(InspectCli, LayoutPrintsOneRecordPerVisibleGlyphAndDrawsAnSvg) {
   EXPECT_FALSE(d["mTextInABox"].GetBool());
 
   ASSERT_EQ(Run({"layout", "--text", "A B", "--svg", "a.svg"}).rc, 0);
-  std::string svg = Slurp(Path("a.svg"));
+  std::string svg = ReadWholeFile(Path("a.svg"));
   EXPECT_NE(svg.find("<svg"), std::string::npos);
   EXPECT_NE(svg.find("</svg>"), std::string::npos);
 }
@@ -215,7 +161,7 @@ TEST_F(InspectCli, ADocumentSurvivesItsDictionaryForm) {
   std::ofstream(Path("doc.dict"), std::ios::binary) << dict.out;
   Output back = Run({"dict", "to-doc", "--block", "out.block", "doc.dict"});
   ASSERT_EQ(back.rc, 0) << back.err;
-  EXPECT_EQ(Slurp(Path("in.block")), Slurp(Path("out.block")));
+  EXPECT_EQ(ReadWholeFile(Path("in.block")), ReadWholeFile(Path("out.block")));
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // The render command's media layer: keyframe syntax, colour conversion, frame copies, file
 // names, PNG and video round trips.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -16,20 +15,13 @@
 #include "media_decode.h"
 #include "media_encode.h"
 #include "media_image.h"
+#include "tool_run.h"
 #include "vetext/vxcore.h"
 
 namespace vetext_tool {
 namespace {
 
 namespace fs = std::filesystem;
-
-fs::path TempDir(const std::string& name) {
-  fs::path p =
-      fs::temp_directory_path() / ("vetext_media_" + name + "_" + std::to_string(getpid()));
-  fs::remove_all(p);
-  fs::create_directories(p);
-  return p;
-}
 
 TEST(Keyframes, ConstantsListsAndRepeatsBuildOneSortedTrack) {
   std::string err;
@@ -242,7 +234,7 @@ TEST(Backgrounds, ParseAndDraw) {
 }
 
 TEST(Files, PngRoundTripAndMissingFiles) {
-  fs::path dir = TempDir("png");
+  fs::path dir = vetext_test::FreshTestDir("vetext_media_");
   Image img = Gradient(21, 5);
   img.row(4)[3] = 77;  // alpha survives
   std::string err;
@@ -271,7 +263,7 @@ TEST(Files, PngRoundTripAndMissingFiles) {
 }
 
 TEST(Files, VideoRoundTripKeepsCountSizeAndColour) {
-  fs::path dir = TempDir("video");
+  fs::path dir = vetext_test::FreshTestDir("vetext_media_");
   const std::string path = (dir / "clip.mp4").string();
   std::string err;
   {

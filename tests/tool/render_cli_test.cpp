@@ -1,76 +1,28 @@
 // `vetext render` end to end: the built binary, its exit codes and messages, and the pictures
 // and videos it writes.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "media_decode.h"
 #include "media_image.h"
+#include "tool_run.h"
 
 namespace vetext_tool {
 namespace {
 
 namespace fs = std::filesystem;
 
-struct Result {
-  int rc = -1;
-  std::string err;
-};
+using Result = vetext_test::ToolOutput;
+using vetext_test::ShellQuote;
 
-std::string Quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
-
-class RenderCli : public ::testing::Test {
+class RenderCli : public vetext_test::ToolTest {
  protected:
-  void SetUp() override {
-    dir_ = fs::temp_directory_path() /
-           ("vetext_cli_" +
-            std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()) + "_" +
-            std::to_string(getpid()));
-    fs::remove_all(dir_);
-    fs::create_directories(dir_);
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
-  std::string Path(const std::string& name) const { return (dir_ / name).string(); }
-
-  // Runs the tool in the test's folder; stderr is captured, stdout dropped.
-  Result Run(const std::vector<std::string>& args) const {
-    // Appended piece by piece: GCC 12 at -O3 reports a false -Wrestrict on a literal `+` a
-    // temporary string.
-    std::string cmd = "cd ";
-    cmd += Quote(dir_.string());
-    cmd += " && ";
-    cmd += Quote(VETEXT_TOOL_PATH);
-    for (const auto& a : args) {
-      cmd += ' ';
-      cmd += Quote(a);
-    }
-    const std::string err_file = Path("stderr.txt");
-    cmd += " >/dev/null 2>";
-    cmd += Quote(err_file);
-    int status = std::system(cmd.c_str());
-    Result r;
-    r.rc = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    std::ifstream f(err_file);
-    std::stringstream ss;
-    ss << f.rdbuf();
-    r.err = ss.str();
-    return r;
-  }
-
   Image ReadPicture(const std::string& path) const {
     Image img;
     std::string err;
@@ -88,8 +40,6 @@ class RenderCli : public ::testing::Test {
     while (reader.Next(&img, &t, &err) == 1) ++n;
     return n;
   }
-
-  fs::path dir_;
 };
 
 // Pixels that differ from `ref` by more than a tolerance: their count, centroid and extent.
@@ -315,7 +265,7 @@ TEST_F(RenderCli, VideoInputGivesItsFramesAtTheRequestedTime) {
 TEST_F(RenderCli, AudioOfAVideoInputIsCarriedThrough) {
   if (std::system("command -v ffmpeg >/dev/null 2>&1") != 0)
     GTEST_SKIP() << "no ffmpeg to make a clip with sound";
-  std::string make = "cd " + Quote(dir_.string()) +
+  std::string make = "cd " + ShellQuote(dir_.string()) +
                      " && ffmpeg -v error -f lavfi -i color=c=gray:s=160x120:r=10:d=1 -f lavfi -i "
                      "sine=d=1 -c:v libx264 -c:a aac -shortest snd.mp4";
   ASSERT_EQ(std::system(make.c_str()), 0);
