@@ -10,35 +10,7 @@
 using namespace vxhost;
 using namespace vxhost_test;
 
-namespace {
-
-struct Suites {
-  explicit Suites(FrameCache& c)
-      : pix(c.pix_suite()), cache(c.cache_suite()), creator(c.creator_suite()) {}
-  const RPixSuite1* pix;
-  const RPixCacheSuite6* cache;
-  const RPixCreatorSuite3* creator;
-
-  // Creates a raw buffer of `size` bytes filled with `fill` and adds it under `key`.
-  void Put(const std::string& key, uint64_t size, uint8_t fill) {
-    RPixHandle h = nullptr;
-    ASSERT_EQ(creator->create(&h, kRPixKindRaw, kPixelFormatRaw, 1, 1, 1, 1, size), 0);
-    void* p = nullptr;
-    ASSERT_EQ(pix->get_pixels(h, kRPixAccessWrite, &p), 0);
-    std::memset(p, fill, size);
-    ASSERT_EQ(cache->add(key.c_str(), h), 0);
-    ASSERT_EQ(pix->dispose(h), 0);
-  }
-  bool Has(const std::string& key) {
-    RPixHandle h = nullptr;
-    EXPECT_EQ(cache->lookup(key.c_str(), &h), 0);
-    if (!h) return false;
-    pix->dispose(h);
-    return true;
-  }
-};
-
-}  // namespace
+using Suites = vetext_test::CacheSuites;
 
 TEST(FrameCache, EvictsLeastRecentlyUsedBeyondTheBudget) {
   FrameCache fc(250);

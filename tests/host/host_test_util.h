@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "host_helpers.h"
 #include "vetext/host/host.h"
 
 namespace vxhost_test {
@@ -14,10 +15,7 @@ namespace vxhost_test {
 enum { kDoc = 1, kScale = 2, kAngle = 3, kCheck = 4, kPoint = 5, kCount = 6 };
 
 inline std::unique_ptr<vxhost::Module> LoadTestModule(vxhost::Host& host) {
-  std::string error;
-  auto module = host.Load(HOST_TEST_MODULE, &error);
-  EXPECT_NE(module, nullptr) << error;
-  return module;
+  return vetext_test::LoadModule(host, HOST_TEST_MODULE);
 }
 
 inline std::string Text(const std::vector<uint8_t>& bytes) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "host_helpers.h"
 #include "image_renderer/motion.h"
 #include "vetext/host/host.h"
 
@@ -16,35 +17,7 @@ using namespace vxhost;
 
 namespace {
 
-struct CacheSuites {
-  explicit CacheSuites(FrameCache& c)
-      : pix(c.pix_suite()), cache(c.cache_suite()), creator(c.creator_suite()) {}
-  const RPixSuite1* pix;
-  const RPixCacheSuite6* cache;
-  const RPixCreatorSuite3* creator;
-
-  // A new buffer, as the host hands it out.
-  RPixHandle Make(uint64_t size) {
-    RPixHandle h = nullptr;
-    EXPECT_EQ(creator->create(&h, kRPixKindRaw, kPixelFormatRaw, 1, 1, 1, 1, size), 0);
-    return h;
-  }
-  RPixHandle Make(uint64_t size, uint8_t fill) {
-    RPixHandle h = Make(size);
-    if (h) std::memset(Bytes(h), fill, size);
-    return h;
-  }
-  uint8_t* Bytes(RPixHandle h) {
-    void* p = nullptr;
-    EXPECT_EQ(pix->get_pixels(h, kRPixAccessWrite, &p), 0);
-    return static_cast<uint8_t*>(p);
-  }
-  int32_t RowBytes(RPixHandle h) {
-    int32_t r = 0;
-    EXPECT_EQ(pix->get_row_bytes(h, &r), 0);
-    return r;
-  }
-};
+using vetext_test::CacheSuites;
 
 bool AllEqual(const uint8_t* p, size_t n, uint8_t v) {
   for (size_t i = 0; i < n; ++i)

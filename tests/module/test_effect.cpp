@@ -9,6 +9,7 @@
 #include <string>
 
 #include "engine/kte.h"
+#include "host_helpers.h"
 #include "vetext/host/host.h"
 
 namespace {
@@ -17,10 +18,7 @@ namespace {
     (setenv("FONTCONFIG_FILE", VETEXT_SOURCE_DIR "/fonts/fonts.conf", 0), 0);
 
 std::unique_ptr<vxhost::Module> Load(vxhost::Host& host) {
-  std::string error;
-  auto m = host.Load(vxhost::DefaultModulePath(), &error);
-  EXPECT_TRUE(m) << error;
-  return m;
+  return vetext_test::LoadModule(host, vxhost::DefaultModulePath());
 }
 
 std::string Message(const OutputRecord& out) {
