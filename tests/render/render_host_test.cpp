@@ -12,7 +12,9 @@
 #include <thread>
 
 #include "document/document_json.h"
+#include "host_helpers.h"
 #include "image_diff.h"
+#include "ink.h"
 #include "vetext/host/host.h"
 
 namespace {
@@ -49,39 +51,13 @@ std::vector<uint8_t> Document(const std::vector<TextSpec>& runs) {
   return vetext::WriteDocumentBlock(doc);
 }
 
-// Ink: pixels that differ from the uniform background.
-struct Ink {
-  int32_t left = 0, top = 0, right = 0, bottom = 0;  // exclusive right/bottom
-  int64_t count = 0;
-  double cx() const { return (left + right) / 2.0; }
-  double cy() const { return (top + bottom) / 2.0; }
-  int32_t width() const { return right - left; }
-  int32_t height() const { return bottom - top; }
-};
+using vetext_test::Ink;
 
+// Ink: pixels that differ from the uniform background.
 Ink InkOf(const Frame& f, const uint8_t bg[4], int threshold = 24) {
-  Ink ink;
-  int32_t l = f.width(), t = f.height(), r = -1, b = -1;
-  for (int32_t y = 0; y < f.height(); ++y)
-    for (int32_t x = 0; x < f.width(); ++x) {
-      const uint8_t* p = f.row(y) + x * 4;
-      int d = 0;
-      for (int c = 0; c < 3; ++c) d = std::max(d, std::abs(int(p[c]) - int(bg[c])));
-      if (d > threshold) {
-        ++ink.count;
-        l = std::min(l, x);
-        t = std::min(t, y);
-        r = std::max(r, x);
-        b = std::max(b, y);
-      }
-    }
-  if (r >= 0) {
-    ink.left = l;
-    ink.top = t;
-    ink.right = r + 1;
-    ink.bottom = b + 1;
-  }
-  return ink;
+  return vetext_test::InkAgainst(
+      f.width(), f.height(), [&](int32_t x, int32_t y) { return f.row(y) + x * 4; },
+      [&](int32_t, int32_t) { return bg; }, threshold);
 }
 
 // Centroid of pixels whose channel `c` dominates (a coloured run's position).
@@ -111,9 +87,8 @@ class RenderHost : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     host_ = new vxhost::Host();
-    std::string error;
-    module_ = host_->Load(vxhost::DefaultModulePath(), &error).release();
-    ASSERT_NE(module_, nullptr) << error;
+    module_ = vetext_test::LoadModule(*host_, vxhost::DefaultModulePath()).release();
+    ASSERT_NE(module_, nullptr);
     ASSERT_EQ(module_->Setup(), 0);
   }
   static void TearDownTestSuite() {

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "ink.h"
 #include "media_decode.h"
 #include "media_image.h"
 #include "tool_run.h"
@@ -42,32 +43,16 @@ class RenderCli : public vetext_test::ToolTest {
   }
 };
 
-// Pixels that differ from `ref` by more than a tolerance: their count, centroid and extent.
-struct Diff {
-  int64_t count = 0;
-  double cx = 0, cy = 0;
-  int min_x = 1 << 30, max_x = -1, min_y = 1 << 30, max_y = -1;
-};
+using Diff = vetext_test::Ink;
 
-Diff Compare(const Image& a, const Image& b, int tolerance = 24) {
-  Diff d;
-  EXPECT_EQ(a.width, b.width);
-  EXPECT_EQ(a.height, b.height);
-  if (a.width != b.width || a.height != b.height) return d;
-  for (int32_t y = 0; y < a.height; ++y)
-    for (int32_t x = 0; x < a.width; ++x) {
-      const uint8_t* p = a.row(y) + 4 * x;
-      const uint8_t* q = b.row(y) + 4 * x;
-      int m = std::max({std::abs(p[0] - q[0]), std::abs(p[1] - q[1]), std::abs(p[2] - q[2])});
-      if (m <= tolerance) continue;
-      ++d.count;
-      d.cx += x;
-      d.cy += y;
-      d.min_x = std::min(d.min_x, x), d.max_x = std::max(d.max_x, x);
-      d.min_y = std::min(d.min_y, y), d.max_y = std::max(d.max_y, y);
-    }
-  if (d.count > 0) d.cx /= double(d.count), d.cy /= double(d.count);
-  return d;
+// Pixels that differ from `ref` by more than a tolerance: their count, centroid and extent.
+Diff Compare(const Image& a, const Image& ref, int tolerance = 24) {
+  EXPECT_EQ(a.width, ref.width);
+  EXPECT_EQ(a.height, ref.height);
+  if (a.width != ref.width || a.height != ref.height) return Diff();
+  return vetext_test::InkAgainst(
+      a.width, a.height, [&](int32_t x, int32_t y) { return a.row(y) + 4 * x; },
+      [&](int32_t x, int32_t y) { return ref.row(y) + 4 * x; }, tolerance);
 }
 
 Image Solid(int32_t w, int32_t h, uint8_t r, uint8_t g, uint8_t b) {
@@ -138,8 +123,8 @@ TEST_F(RenderCli, NoArgumentsRendersTheDefaultTextOverThePatternIntoVetextPng) {
   Diff d = Compare(out, ReadPicture(Path("bare.png")));
   // The default document's text sits around the centre of the frame.
   ASSERT_GT(d.count, 100);
-  EXPECT_NEAR(d.cx, 960, 200);
-  EXPECT_NEAR(d.cy, 540, 150);
+  EXPECT_NEAR(d.mean_x, 960, 200);
+  EXPECT_NEAR(d.mean_y, 540, 150);
 }
 
 TEST_F(RenderCli, TextPixelsSitInTheMiddleOfAPictureOfTheRightSize) {
@@ -151,13 +136,13 @@ TEST_F(RenderCli, TextPixelsSitInTheMiddleOfAPictureOfTheRightSize) {
   ASSERT_EQ(out.height, 360);
   Diff d = Compare(out, Solid(640, 360, 0x20, 0x20, 0x20));
   ASSERT_GT(d.count, 200);
-  EXPECT_NEAR(d.cx, 320, 40);
-  EXPECT_NEAR(d.cy, 180, 40);
+  EXPECT_NEAR(d.mean_x, 320, 40);
+  EXPECT_NEAR(d.mean_y, 180, 40);
   // Nothing drawn near the edges.
-  EXPECT_GT(d.min_x, 20);
-  EXPECT_LT(d.max_x, 620);
-  EXPECT_GT(d.min_y, 20);
-  EXPECT_LT(d.max_y, 340);
+  EXPECT_GT(d.left, 20);
+  EXPECT_LE(d.right, 620);
+  EXPECT_GT(d.top, 20);
+  EXPECT_LE(d.bottom, 340);
 }
 
 TEST_F(RenderCli, VuyaFramesGiveTheSamePictureWithinRounding) {
@@ -205,10 +190,10 @@ TEST_F(RenderCli, KeyframedPositionMovesTheTextBetweenFirstAndLastFrame) {
   Diff last = Compare(ReadPicture(Path("f_10.png")), black);  // t = 1.8 s
   ASSERT_GT(first.count, 50);
   ASSERT_GT(last.count, 50);
-  EXPECT_NEAR(first.cx, 100, 25);
-  EXPECT_NEAR(last.cx, 300, 25);
-  EXPECT_NEAR(mid.cx, 100 + 200 * 0.8 / 1.8, 25);  // linear between the keys
-  EXPECT_NEAR(first.cy, last.cy, 2);
+  EXPECT_NEAR(first.mean_x, 100, 25);
+  EXPECT_NEAR(last.mean_x, 300, 25);
+  EXPECT_NEAR(mid.mean_x, 100 + 200 * 0.8 / 1.8, 25);  // linear between the keys
+  EXPECT_NEAR(first.mean_y, last.mean_y, 2);
 }
 
 TEST_F(RenderCli, StillImageInputKeepsItsSizeAndPixelsAroundTheText) {
@@ -221,8 +206,8 @@ TEST_F(RenderCli, StillImageInputKeepsItsSizeAndPixelsAroundTheText) {
   ASSERT_EQ(out.height, 160);
   Diff d = Compare(out, Solid(300, 160, 10, 200, 30), 0);
   ASSERT_GT(d.count, 20);
-  EXPECT_NEAR(d.cx, 150, 30);
-  EXPECT_NEAR(d.cy, 80, 30);
+  EXPECT_NEAR(d.mean_x, 150, 30);
+  EXPECT_NEAR(d.mean_y, 80, 30);
   const uint8_t* corner = out.row(0);
   EXPECT_EQ(corner[0], 30);
   EXPECT_EQ(corner[1], 200);
@@ -251,7 +236,7 @@ TEST_F(RenderCli, VideoInputGivesItsFramesAtTheRequestedTime) {
   ASSERT_EQ(half.width, 320);
   Diff d = Compare(half, Solid(320, 240, 0, 0, 0), 60);
   ASSERT_GT(d.count, 10);
-  EXPECT_NEAR(d.cx, 60 + 200 * 0.5 / 0.9, 25);
+  EXPECT_NEAR(d.mean_x, 60 + 200 * 0.5 / 0.9, 25);
 
   // Video through video: the same count of frames.
   r = Run({"render", "--input", "in.mp4", "--text", "B", "--output", "out.mkv"});
