@@ -59,6 +59,14 @@ const Px kBlack{{0, 0, 0, 255}};
 const Px kRed{{0, 0, 255, 255}};  // B, G, R, A
 const Px kGrey{{50, 60, 70, 255}};
 
+struct Probe {
+  int32_t x, y;
+  Px want;
+};
+void ExpectPixels(Image& img, std::initializer_list<Probe> probes) {
+  for (const Probe& p : probes) EXPECT_EQ(img.at(p.x, p.y), p.want) << "at " << p.x << "," << p.y;
+}
+
 TEST(IRMotionGeometry, IdentityPlacesEachPixelExactly) {
   Image src(8, 6);
   src.at(2, 3) = kRed;
@@ -89,19 +97,18 @@ TEST(IRMotionGeometry, RotationIsCounterClockwiseOnScreen) {
   p.rot = 90;
   ASSERT_EQ(Draw(src, dst, p), 0);
   // The bar is now vertical through x = 50, its right end up.
-  EXPECT_EQ(dst.at(50, 32), kRed);
-  EXPECT_EQ(dst.at(49, 31), kRed);
-  EXPECT_EQ(dst.at(50, 66), kWhite);
-  EXPECT_EQ(dst.at(50, 50), kWhite);
-  EXPECT_EQ(dst.at(65, 50), kBlack);
-  EXPECT_EQ(dst.at(35, 50), kBlack);
-  EXPECT_EQ(dst.at(50, 75), kBlack);
+  ExpectPixels(dst, {{50, 32, kRed},
+                     {49, 31, kRed},
+                     {50, 66, kWhite},
+                     {50, 50, kWhite},
+                     {65, 50, kBlack},
+                     {35, 50, kBlack},
+                     {50, 75, kBlack}});
   // The same bar turned by -90 points its marker down.
   Image dst2(100, 100, kBlack);
   p.rot = -90;
   ASSERT_EQ(Draw(src, dst2, p), 0);
-  EXPECT_EQ(dst2.at(50, 67), kRed);
-  EXPECT_EQ(dst2.at(50, 33), kWhite);
+  ExpectPixels(dst2, {{50, 67, kRed}, {50, 33, kWhite}});
 }
 
 TEST(IRMotionGeometry, ScaleActsAboutTheSourcePoint) {
@@ -114,11 +121,9 @@ TEST(IRMotionGeometry, ScaleActsAboutTheSourcePoint) {
   p.dst = {10.0f / 64, 10.0f / 64};
   p.scale = {2, 2};
   ASSERT_EQ(Draw(src, dst, p), 0);
-  EXPECT_EQ(dst.at(11, 11), kWhite);
-  EXPECT_EQ(dst.at(48, 48), kWhite);
-  EXPECT_EQ(dst.at(8, 30), kBlack);
-  EXPECT_EQ(dst.at(51, 30), kBlack);
-  EXPECT_EQ(dst.at(30, 51), kBlack);
+  ExpectPixels(
+      dst,
+      {{11, 11, kWhite}, {48, 48, kWhite}, {8, 30, kBlack}, {51, 30, kBlack}, {30, 51, kBlack}});
 }
 
 Image Checkerboard(int32_t n) {
@@ -153,8 +158,7 @@ TEST(IRMotionFiltering, QuarterScaleCheckerboardIsFlatGrey) {
     }
     EXPECT_EQ(checked, 400);
     // Outside the placed 32 x 32 block nothing is drawn.
-    EXPECT_EQ(dst.at(2, 2), kClear);
-    EXPECT_EQ(dst.at(61, 32), kClear);
+    ExpectPixels(dst, {{2, 2, kClear}, {61, 32, kClear}});
   }
 }
 
@@ -280,8 +284,7 @@ TEST(IRMotionEdges, OffFrameZeroScaleAndEmptyRectDrawNothing) {
   p.rect = nullptr;
   p.dst = {0, 0};
   EXPECT_EQ(Draw(src, dst, p), 0);
-  EXPECT_EQ(dst.at(0, 0), kWhite);
-  EXPECT_EQ(dst.at(7, 7), kWhite);
+  ExpectPixels(dst, {{0, 0, kWhite}, {7, 7, kWhite}});
   EXPECT_EQ(dst.at(9, 9), Background(32, 32, false).at(9, 9));
 }
 
@@ -295,12 +298,12 @@ TEST(IRMotionEdges, SourceRectLimitsTheSource) {
   const int32_t rect[4] = {2, 1, 7, 5};  // columns 2..6, rows 1..4 in place
   p.rect = rect;
   ASSERT_EQ(Draw(src, dst, p), 0);
-  EXPECT_EQ(dst.at(1, 2), kBlack);
-  EXPECT_EQ(dst.at(2, 1), kWhite);
-  EXPECT_EQ(dst.at(6, 4), kRed);
-  EXPECT_EQ(dst.at(7, 4), kBlack);
-  EXPECT_EQ(dst.at(3, 0), kBlack);
-  EXPECT_EQ(dst.at(3, 5), kBlack);
+  ExpectPixels(dst, {{1, 2, kBlack},
+                     {2, 1, kWhite},
+                     {6, 4, kRed},
+                     {7, 4, kBlack},
+                     {3, 0, kBlack},
+                     {3, 5, kBlack}});
 }
 
 TEST(IRMotionPrefiltered, KeptReductionGivesTheSameResultAsADirectCall) {
