@@ -160,18 +160,7 @@ TEST(HostFaults, NoSuiteServicesStillSetsUpWithAMessage) {
   EXPECT_EQ(inst->Render(0, in, out), kStatusUnsupportedPixelFormat);
 }
 
-class HostRender : public ::testing::Test {
- protected:
-  void SetUp() override {
-    module_ = LoadTestModule(host_);
-    ASSERT_EQ(module_->Setup(), kStatusOk);
-    inst_ = module_->CreateInstance();
-    ASSERT_NE(inst_, nullptr);
-  }
-  Host host_;
-  std::unique_ptr<Module> module_;
-  std::unique_ptr<Instance> inst_;
-};
+using HostRender = StandInInstance;
 
 TEST_F(HostRender, CopiesInputAndPassesParametersInLayerPixels) {
   for (bool bottom_up : {true, false}) {

@@ -8,13 +8,10 @@
 using namespace vxhost;
 using namespace vxhost_test;
 
-class HostParams : public ::testing::Test {
+class HostParams : public StandInInstance {
  protected:
   void SetUp() override {
-    module_ = LoadTestModule(host_);
-    ASSERT_EQ(module_->Setup(), kStatusOk);
-    inst_ = module_->CreateInstance();
-    ASSERT_NE(inst_, nullptr);
+    ASSERT_NO_FATAL_FAILURE(StandInInstance::SetUp());
     inst_->SetLayerSize(200, 100);
   }
   void TearDown() override {
@@ -22,9 +19,6 @@ class HostParams : public ::testing::Test {
     module_.reset();
     EXPECT_EQ(host_.stats().live_handles.load(), 0);
   }
-  Host host_;
-  std::unique_ptr<Module> module_;
-  std::unique_ptr<Instance> inst_;
 };
 
 TEST_F(HostParams, DefaultsComeFromTheDeclarations) {

@@ -18,6 +18,21 @@ inline std::unique_ptr<vxhost::Module> LoadTestModule(vxhost::Host& host) {
   return vetext_test::LoadModule(host, HOST_TEST_MODULE);
 }
 
+// The stand-in effect loaded and set up, and one instance of it.
+class StandInInstance : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    module_ = LoadTestModule(host_);
+    ASSERT_NE(module_, nullptr);
+    ASSERT_EQ(module_->Setup(), kStatusOk);
+    inst_ = module_->CreateInstance();
+    ASSERT_NE(inst_, nullptr);
+  }
+  vxhost::Host host_;
+  std::unique_ptr<vxhost::Module> module_;
+  std::unique_ptr<vxhost::Instance> inst_;
+};
+
 inline std::string Text(const std::vector<uint8_t>& bytes) {
   return std::string(bytes.begin(), bytes.end());
 }
