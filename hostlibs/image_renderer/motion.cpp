@@ -188,24 +188,38 @@ inline bool Transparent(const uint8_t* p, const uint8_t* q) {
 
 }  // namespace
 
+// The 2x2 source footprint of one sample at (u, v), in the padded reduction of wp x hp pixels:
+// its top-left pixel and the bilinear fractions. Shared by both row kernels so that they read
+// exactly the same pixels with the same weights.
+struct Footprint {
+  const uint8_t* p;
+  float fu, fv;
+};
+
+inline Footprint FootprintAt(const uint8_t* base, int32_t wp, int32_t hp, float u, float v) {
+  u = std::min(std::max(u, -1.0f), static_cast<float>(wp));
+  v = std::min(std::max(v, -1.0f), static_cast<float>(hp));
+  // Truncation instead of floor is fine: whatever it gets wrong lies below zero, where the
+  // clamp to the border and the clamped weight make the sample read transparent anyway.
+  const int32_t ix = std::min(std::max(static_cast<int32_t>(u), 0), wp - 2);
+  const int32_t iy = std::min(std::max(static_cast<int32_t>(v), 0), hp - 2);
+  Footprint f;
+  f.fu = std::min(std::max(u - static_cast<float>(ix), 0.0f), 1.0f);
+  f.fv = std::min(std::max(v - static_cast<float>(iy), 0.0f), 1.0f);
+  f.p = base + (static_cast<size_t>(iy) * static_cast<size_t>(wp) + static_cast<size_t>(ix)) * 4;
+  return f;
+}
+
 void BlendRowScalar(const uint8_t* base, int32_t wp, int32_t hp, float u0, float du, float v0,
                     float dv, uint8_t* d, int32_t n, float opacity) {
   const float k255 = opacity / 255.0f;
   const size_t stride = static_cast<size_t>(wp) * 4;
-  const float umax = static_cast<float>(wp), vmax = static_cast<float>(hp);
   for (int32_t i = 0; i < n; ++i) {
-    float u = u0 + du * static_cast<float>(i);
-    float v = v0 + dv * static_cast<float>(i);
-    u = std::min(std::max(u, -1.0f), umax);
-    v = std::min(std::max(v, -1.0f), vmax);
-    // Truncation instead of floor is fine: whatever it gets wrong lies below zero, where the
-    // clamp to the border and the clamped weight make the sample read transparent anyway.
-    const int32_t ix = std::min(std::max(static_cast<int32_t>(u), 0), wp - 2);
-    const int32_t iy = std::min(std::max(static_cast<int32_t>(v), 0), hp - 2);
-    const float fu = std::min(std::max(u - static_cast<float>(ix), 0.0f), 1.0f);
-    const float fv = std::min(std::max(v - static_cast<float>(iy), 0.0f), 1.0f);
-    const uint8_t* p = base + static_cast<size_t>(iy) * stride + static_cast<size_t>(ix) * 4;
-    const uint8_t* q = p + stride;
+    const Footprint f =
+        FootprintAt(base, wp, hp, u0 + du * static_cast<float>(i), v0 + dv * static_cast<float>(i));
+    const uint8_t* p = f.p;
+    const uint8_t* q = f.p + stride;
+    const float fu = f.fu, fv = f.fv;
     if (Transparent(p, q)) {
       d += 4;
       continue;
@@ -231,7 +245,6 @@ void BlendRowSse2(const uint8_t* base, int32_t wp, int32_t hp, float u0, float d
                   float dv, uint8_t* d, int32_t n, float opacity) {
   const float k255 = opacity / 255.0f;
   const size_t stride = static_cast<size_t>(wp) * 4;
-  const float umax = static_cast<float>(wp), vmax = static_cast<float>(hp);
   const __m128i zero = _mm_setzero_si128();
   const __m128 one = _mm_set1_ps(1.0f), half = _mm_set1_ps(0.5f), top = _mm_set1_ps(255.0f);
   const __m128 op = _mm_set1_ps(opacity), k = _mm_set1_ps(k255);
@@ -243,16 +256,11 @@ void BlendRowSse2(const uint8_t* base, int32_t wp, int32_t hp, float u0, float d
     return _mm_cvtepi32_ps(x);
   };
   for (int32_t i = 0; i < n; ++i) {
-    float u = u0 + du * static_cast<float>(i);
-    float v = v0 + dv * static_cast<float>(i);
-    u = std::min(std::max(u, -1.0f), umax);
-    v = std::min(std::max(v, -1.0f), vmax);
-    const int32_t ix = std::min(std::max(static_cast<int32_t>(u), 0), wp - 2);
-    const int32_t iy = std::min(std::max(static_cast<int32_t>(v), 0), hp - 2);
-    const float fu = std::min(std::max(u - static_cast<float>(ix), 0.0f), 1.0f);
-    const float fv = std::min(std::max(v - static_cast<float>(iy), 0.0f), 1.0f);
-    const uint8_t* p = base + static_cast<size_t>(iy) * stride + static_cast<size_t>(ix) * 4;
-    const uint8_t* q = p + stride;
+    const Footprint f =
+        FootprintAt(base, wp, hp, u0 + du * static_cast<float>(i), v0 + dv * static_cast<float>(i));
+    const uint8_t* p = f.p;
+    const uint8_t* q = f.p + stride;
+    const float fu = f.fu, fv = f.fv;
     if (Transparent(p, q)) {
       d += 4;
       continue;
