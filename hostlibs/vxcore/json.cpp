@@ -20,10 +20,14 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include <algorithm>
 #include <boost/make_shared.hpp>
+#include <charconv>
 #include <cmath>
 #include <iterator>
 #include <limits>
+#include <string>
+#include <string_view>
 #include <typeinfo>
 
 #include "vetext/vxcore.h"
@@ -71,6 +75,9 @@ class BoundedStream {
   Ch Take() { return p_ < end_ ? *p_++ : Ch(0); }
   size_t Tell() const { return static_cast<size_t>(p_ - begin_); }
   bool AtEnd() const { return p_ == end_; }
+  // The text, and the unit after the last one taken: handlers look back at a number's token.
+  const Ch* Begin() const { return begin_; }
+  const Ch* Cursor() const { return p_; }
   // Write side: unused (no in-situ parsing), but part of the stream concept.
   Ch* PutBegin() { return nullptr; }
   void Put(Ch) {}
@@ -83,6 +90,72 @@ class BoundedStream {
   const Ch* end_;
 };
 
+// ---- numbers ----
+//
+// RapidJSON checks the number grammar and gives integers exactly; doubles are converted again
+// here from the token. Its full-precision conversion indexes its table of powers of ten out of
+// bounds for a fraction with many leading zeros ("0.000...1e-300"), and its normal-precision
+// one (used for the grammar pass) is off by a few ulps, which would break the bit-exact round
+// trip of written doubles. std::from_chars is correctly rounded and ignores the locale.
+
+bool IsNumberUnit(char16_t c) {
+  return (c >= '0' && c <= '9') || c == '.' || c == 'e' || c == 'E' || c == '+' || c == '-';
+}
+
+// Whether |x| >= 1 for a grammatical number token: how far its first significant digit sits
+// from the decimal point, plus the exponent. Used only to tell overflow from underflow.
+bool AtLeastOne(std::string_view t) {
+  size_t k = t[0] == '-' ? 1 : 0;
+  int64_t order = 0;  // digits before the point from the first nonzero one, or minus the zeros
+  bool significant = false;
+  for (; k < t.size() && t[k] >= '0' && t[k] <= '9'; ++k) {
+    if (t[k] != '0') significant = true;
+    if (significant) ++order;
+  }
+  if (!significant && k < t.size() && t[k] == '.') {
+    for (++k; k < t.size() && t[k] == '0'; ++k) --order;
+  }
+  while (k < t.size() && t[k] != 'e' && t[k] != 'E') ++k;
+  int64_t exp = 0;
+  if (k < t.size()) {
+    ++k;
+    bool minus = k < t.size() && t[k] == '-';
+    if (k < t.size() && (t[k] == '-' || t[k] == '+')) ++k;
+    for (; k < t.size(); ++k) exp = std::min<int64_t>(exp * 10 + (t[k] - '0'), int64_t(1) << 40);
+    if (minus) exp = -exp;
+  }
+  return order + exp > 0;
+}
+
+// The double of the number token that ends at `end` (the parser has just taken it, so the
+// token is the run of number units before `end`, and what precedes it, a bracket, comma, colon,
+// space or the start, is none). False for a value beyond the largest double; underflow gives a
+// signed zero.
+bool TokenDouble(const char16_t* begin, const char16_t* end, double* out) {
+  const char16_t* first = end;
+  while (first > begin && IsNumberUnit(first[-1])) --first;
+  const size_t n = static_cast<size_t>(end - first);
+  if (n == 0) return false;
+  // Tokens are short; a long one (hundreds of digits) takes the heap.
+  char small[64];
+  std::string large;
+  char* text = small;
+  if (n > sizeof small) {
+    large.resize(n);
+    text = large.data();
+  }
+  for (size_t k = 0; k < n; ++k) text[k] = static_cast<char>(first[k]);
+  const std::string_view t(text, n);
+  auto r = std::from_chars(text, text + n, *out);
+  if (r.ptr != text + n) return false;
+  if (r.ec == std::errc::result_out_of_range) {
+    if (AtLeastOne(t)) return false;
+    *out = t[0] == '-' ? -0.0 : 0.0;
+    return true;
+  }
+  return r.ec == std::errc();
+}
+
 // Builds the any tree from SAX events.
 class TreeBuilder {
  public:
@@ -90,6 +163,8 @@ class TreeBuilder {
 
   bool Null() { return Add(boost::make_shared<Variant>()); }
   bool Bool(bool b) { return Add(boost::make_shared<Variant>(b)); }
+  explicit TreeBuilder(const BoundedStream& stream) : stream_(stream) {}
+
   bool Int(int i) { return Add(boost::make_shared<Variant>(static_cast<int64_t>(i))); }
   bool Uint(unsigned u) { return Add(boost::make_shared<Variant>(static_cast<int64_t>(u))); }
   bool Int64(int64_t i) { return Add(boost::make_shared<Variant>(i)); }
@@ -98,7 +173,11 @@ class TreeBuilder {
       return Add(boost::make_shared<Variant>(static_cast<int64_t>(u)));
     return Add(boost::make_shared<Variant>(u));
   }
-  bool Double(double d) { return Add(boost::make_shared<Variant>(d)); }
+  bool Double(double) {
+    double d;
+    return TokenDouble(stream_.Begin(), stream_.Cursor(), &d) &&
+           Add(boost::make_shared<Variant>(d));
+  }
   bool RawNumber(const Ch*, rapidjson::SizeType, bool) { return false; }
   bool String(const Ch* s, rapidjson::SizeType n, bool) {
     return Add(boost::make_shared<Variant>(UTF16ToUTF8(s, n)));
@@ -145,6 +224,7 @@ class TreeBuilder {
   VariantPtr TakeRoot() { return std::move(root_); }
 
  private:
+  const BoundedStream& stream_;
   struct Frame {
     Object* object;
     Array* array;
@@ -170,7 +250,8 @@ class TreeBuilder {
   VariantPtr root_;
 };
 
-constexpr unsigned kParseFlags = rapidjson::kParseFullPrecisionFlag;
+// Default precision: the doubles it computes are replaced (see TokenDouble).
+constexpr unsigned kParseFlags = rapidjson::kParseDefaultFlags;
 
 int HexValue(char16_t c) {
   if (c >= '0' && c <= '9') return c - '0';
@@ -224,7 +305,7 @@ std::u16string RewriteLoneSurrogateEscapes(const char16_t* text, size_t length) 
 
 VariantPtr ParseOnce(const char16_t* text, size_t length, rapidjson::ParseErrorCode* error) {
   BoundedStream stream(text, text + length);
-  TreeBuilder builder;
+  TreeBuilder builder(stream);
   rapidjson::GenericReader<U16, U16> reader;
   rapidjson::ParseResult ok = reader.Parse<kParseFlags>(stream, builder);
   *error = ok.Code();
@@ -378,6 +459,9 @@ class MendingStream {
   }
   size_t Tell() const { return static_cast<size_t>((mending_ ? resume_ : p_) - begin_); }
   bool AtEnd() const { return !mending_ && p_ == end_; }
+  // As BoundedStream's. Numbers are never inside a mended escape, so p_ is in the text then.
+  const Ch* Begin() const { return begin_; }
+  const Ch* Cursor() const { return mending_ ? resume_ : p_; }
   Ch* PutBegin() { return nullptr; }
   void Put(Ch) {}
   void Flush() {}
@@ -429,7 +513,7 @@ class MendingStream {
 class Forwarder {
  public:
   typedef char16_t Ch;
-  explicit Forwarder(JSONHandler& h) : h_(h) {}
+  Forwarder(JSONHandler& h, const MendingStream& stream) : h_(h), stream_(stream) {}
 
   bool Null() { return h_.Null(); }
   bool Bool(bool b) { return h_.Bool(b); }
@@ -441,7 +525,10 @@ class Forwarder {
       return h_.Int64(static_cast<int64_t>(u));
     return h_.Uint64(u);
   }
-  bool Double(double d) { return h_.Double(d); }
+  bool Double(double) {
+    double d;
+    return TokenDouble(stream_.Begin(), stream_.Cursor(), &d) && h_.Double(d);
+  }
   bool RawNumber(const Ch*, rapidjson::SizeType, bool) { return false; }
   bool String(const Ch* s, rapidjson::SizeType n, bool) {
     AssignUtf8(text_, s, n);
@@ -466,6 +553,7 @@ class Forwarder {
   bool Enter() { return depth_ < kMaxJSONDepth && ++depth_ > 0; }
 
   JSONHandler& h_;
+  const MendingStream& stream_;
   int depth_ = 0;
   std::string text_;
 };
@@ -475,7 +563,7 @@ class Forwarder {
 bool JSONRead(const char16_t* text, size_t length, JSONHandler& handler) {
   if (!text) return false;
   MendingStream stream(text, text + length);
-  Forwarder forwarder(handler);
+  Forwarder forwarder(handler, stream);
   rapidjson::GenericReader<U16, U16> reader;
   if (!reader.Parse<kParseFlags>(stream, forwarder)) return false;
   // A zero unit stops the parser as the end would; it and what follows are trailing garbage.

@@ -97,6 +97,10 @@ TEST(JsonRead, DeliversWhatTheTreeHolds) {
       u"\"bare string\"",
       u"4294967295",
       u"-0.000001e-300",
+      // Doubles at the edges of the range, also right after a mended escape.
+      u"[0.000000000000000000000000000000000000000000000000000001e-300,1.7976931348623157e308]",
+      u"{\"\\uD800\":4.9406564584124654e-324,\"x\":0.1000000000000000000000000000001}",
+      u"[1e309]",
       // Lone surrogates, escaped and raw, and escapes that only look like them.
       u"[\"a\\uD800b\"]",
       u"[\"\\uD800\\u0041\"]",

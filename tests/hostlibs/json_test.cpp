@@ -55,6 +55,40 @@ TEST(JsonParse, NumbersKeepTheirKind) {
   EXPECT_TRUE(n->empty());
 }
 
+TEST(JsonParse, NumbersAtTheEdgesOfTheDoubleRangeAreCorrectlyRounded) {
+  const std::u16string zeros60(60, u'0');
+  const std::u16string zeros400(400, u'0');
+  struct Case {
+    std::u16string text;
+    double want;
+  } cases[] = {
+      // Many zeros after the point, then a large negative exponent: far below the smallest
+      // subnormal, so zero (with its sign).
+      {u"0." + zeros60 + u"1e-300", 0.0},
+      {u"-0." + zeros400 + u"1", -0.0},
+      {u"1e-400", 0.0},
+      // The same zeros with a positive exponent land back in range.
+      {u"0." + zeros400 + u"1e500", 1e99},
+      {u"4.9406564584124654e-324", std::numeric_limits<double>::denorm_min()},
+      {u"2.2250738585072011e-308", 2.2250738585072011e-308},
+      {u"1.7976931348623157e308", std::numeric_limits<double>::max()},
+      // 800 significant digits round to the nearest double.
+      {u"0.1" + std::u16string(800, u'0') + u"1", 0.1},
+      {u"123456789012345678901234567890", 123456789012345678901234567890.0},
+  };
+  for (const auto& c : cases) {
+    VariantPtr v = JSONParse(u"[" + c.text + u"]");
+    ASSERT_TRUE(v) << vxcore::UTF16ToUTF8(c.text);
+    const double got = boost::any_cast<double>(*AsArray(v).at(0));
+    EXPECT_EQ(got, c.want) << vxcore::UTF16ToUTF8(c.text);
+    EXPECT_EQ(std::signbit(got), std::signbit(c.want)) << vxcore::UTF16ToUTF8(c.text);
+  }
+  // Beyond the largest double: refused, not infinity.
+  for (const std::u16string& big : {std::u16string(u"1e309"), std::u16string(u"1.8e308"),
+                                    u"1" + zeros400, std::u16string(u"-9.9e308")})
+    EXPECT_FALSE(JSONParse(u"[" + big + u"]")) << vxcore::UTF16ToUTF8(big);
+}
+
 TEST(JsonRoundTrip, EveryNumberKindAndStringReadsBackEqual) {
   VariantPtr root = vxcore::MakeObject();
   vxcore::AddToObject(root, "i", vxcore::MakeVariant(std::numeric_limits<int64_t>::min()));
