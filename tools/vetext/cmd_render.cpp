@@ -284,11 +284,12 @@ int RunRender(RenderArgs& a) {
   if (kind == OutputKind::kVideo) {
     writer = std::make_unique<VideoWriter>();
     if (!writer->Open(a.output, width, height, fps, moving_input ? reader->audio_stream() : nullptr,
-                      &error))
+                      &error, moving_input ? reader->start_time() : 0))
       return Fail(error);
     if (writer->audio_dropped())
-      std::fprintf(stderr, "vetext: warning: the input's audio does not fit '%s' and is left out\n",
-                   a.output.c_str());
+      std::fprintf(stderr,
+                   "vetext: warning: the input's audio cannot go into '%s' (%s) and is left out\n",
+                   a.output.c_str(), writer->audio_drop_reason().c_str());
   }
 
   auto pass_audio = [&]() {

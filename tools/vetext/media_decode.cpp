@@ -30,6 +30,13 @@ const AVStream* MediaReader::audio_stream() const {
   return audio_index_ >= 0 ? fmt_->streams[audio_index_] : nullptr;
 }
 
+int64_t MediaReader::start_time() const {
+  if (video_index_ < 0) return 0;
+  const AVStream* vs = fmt_->streams[video_index_];
+  if (vs->start_time == AV_NOPTS_VALUE) return 0;
+  return av_rescale_q(vs->start_time, vs->time_base, AV_TIME_BASE_Q);
+}
+
 bool MediaReader::Open(const std::string& path, std::string* error) {
   path_ = path;
   auto fail = [&](const std::string& why) {

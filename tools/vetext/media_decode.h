@@ -41,6 +41,8 @@ class MediaReader {
   int64_t frame_count() const { return frame_count_; }
   // A single picture rather than a moving stream.
   bool is_still() const { return is_still_; }
+  // When the first picture shows, in AV_TIME_BASE units of the file's clock; 0 when unknown.
+  int64_t start_time() const;
   // The audio stream to pass through, or null.
   const AVStream* audio_stream() const;
 

@@ -1,5 +1,6 @@
 #include "media_encode.h"
 
+#include "media_audio.h"
 #include "media_decode.h"
 
 extern "C" {
@@ -44,6 +45,7 @@ bool ClassifyOutput(const std::string& path, OutputKind* kind, std::string* erro
 }
 
 VideoWriter::~VideoWriter() {
+  transcoder_.reset();  // before the file it writes into
   sws_freeContext(sws_);
   av_packet_free(&pkt_);
   av_frame_free(&frame_);
@@ -58,8 +60,14 @@ std::string VideoWriter::codec_name() const {
   return enc_ != nullptr ? enc_->codec->name : "";
 }
 
+std::string VideoWriter::audio_codec_name() const {
+  if (transcoder_ != nullptr) return transcoder_->codec_name();
+  if (audio_ != nullptr) return avcodec_get_name(audio_->codecpar->codec_id);
+  return "";
+}
+
 bool VideoWriter::Open(const std::string& path, int32_t width, int32_t height, AVRational fps,
-                       const AVStream* audio_in, std::string* error) {
+                       const AVStream* audio_in, std::string* error, int64_t video_start) {
   // The encoder's own statistics are noise to a user; failures are reported through `error`.
   av_log_set_level(AV_LOG_ERROR);
   path_ = path;
@@ -120,8 +128,8 @@ bool VideoWriter::Open(const std::string& path, int32_t width, int32_t height, A
   video_->avg_frame_rate = fps;
 
   if (audio_in != nullptr) {
-    // Stream copy when the container accepts the codec; otherwise the sound is left out with
-    // a warning rather than failing the whole render.
+    // Stream copy when the container accepts the codec; otherwise the sound is re-encoded, and
+    // when even that cannot be done it is left out rather than failing the whole render.
     if (avformat_query_codec(of, audio_in->codecpar->codec_id, FF_COMPLIANCE_NORMAL) == 1) {
       audio_ = avformat_new_stream(fmt_, nullptr);
       if (audio_ == nullptr) return fail("out of memory");
@@ -132,7 +140,11 @@ bool VideoWriter::Open(const std::string& path, int32_t width, int32_t height, A
       audio_in_tb_ = audio_in->time_base;
       audio_start_ = audio_in->start_time != AV_NOPTS_VALUE ? audio_in->start_time : 0;
     } else {
-      audio_dropped_ = true;
+      transcoder_ = std::make_unique<AudioTranscoder>();
+      if (!transcoder_->Open(fmt_, audio_in, video_start, &audio_drop_reason_)) {
+        transcoder_.reset();
+        audio_dropped_ = true;
+      }
     }
   }
 
@@ -195,6 +207,7 @@ bool VideoWriter::WriteFrame(const Image& image, std::string* error) {
 }
 
 bool VideoWriter::WriteAudio(AVPacket* packet, std::string* error) {
+  if (transcoder_ != nullptr) return transcoder_->Write(packet, error);
   if (audio_ == nullptr) {
     av_packet_free(&packet);
     return true;
@@ -227,6 +240,7 @@ bool VideoWriter::Finish(std::string* error) {
     return false;
   }
   if (!Drain(true, error)) return false;
+  if (transcoder_ != nullptr && !transcoder_->Finish(error)) return false;
   rc = av_write_trailer(fmt_);
   if (rc < 0) {
     *error = "cannot write '" + path_ + "': " + AvErrorText(rc);

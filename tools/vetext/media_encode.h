@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
+#include "media_audio.h"
 #include "media_image.h"
 
 extern "C" {
@@ -25,7 +27,8 @@ enum class OutputKind { kStill, kSequence, kVideo };
 bool ClassifyOutput(const std::string& path, OutputKind* kind, std::string* error);
 
 // Encodes BGRA pictures as H.264 (or MPEG-4 part 2 when the container cannot hold H.264),
-// yuv420p with BT.709 tags, at a constant frame rate, and copies an input's audio through.
+// yuv420p with BT.709 tags, at a constant frame rate, and carries an input's audio over: copied
+// when the container takes its codec, re-encoded (AAC where possible) when it does not.
 // One thread at a time.
 class VideoWriter {
  public:
@@ -34,13 +37,21 @@ class VideoWriter {
   VideoWriter(const VideoWriter&) = delete;
   VideoWriter& operator=(const VideoWriter&) = delete;
 
-  // `audio_in`: the input's audio stream to pass through, or null. The file is created here.
+  // `audio_in`: the input's audio stream to carry over, or null. `video_start`: when the input's
+  // first picture shows (AV_TIME_BASE units of the input's clock); re-encoded sound keeps its
+  // place against it. The file is created here.
   bool Open(const std::string& path, int32_t width, int32_t height, AVRational fps,
-            const AVStream* audio_in, std::string* error);
+            const AVStream* audio_in, std::string* error, int64_t video_start = 0);
   // The encoder's name ("libx264", "mpeg4").
   std::string codec_name() const;
-  // True when the input's audio could not go into this container and is left out.
+  // True when the input's audio could neither be copied nor re-encoded and is left out;
+  // audio_drop_reason() says why.
   bool audio_dropped() const { return audio_dropped_; }
+  const std::string& audio_drop_reason() const { return audio_drop_reason_; }
+  // True when the input's audio is re-encoded rather than copied.
+  bool audio_reencoded() const { return transcoder_ != nullptr; }
+  // The codec of the written audio ("aac", "pcm_s16le"), or "" when there is none.
+  std::string audio_codec_name() const;
   bool WriteFrame(const Image& image, std::string* error);
   // Takes the packet (frees it) whatever happens. Packets of a dropped stream are discarded.
   bool WriteAudio(AVPacket* packet, std::string* error);
@@ -63,6 +74,8 @@ class VideoWriter {
   bool header_written_ = false;
   bool finished_ = false;
   bool audio_dropped_ = false;
+  std::string audio_drop_reason_;
+  std::unique_ptr<AudioTranscoder> transcoder_;
 };
 
 }  // namespace vetext_tool
