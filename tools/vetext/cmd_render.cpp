@@ -376,6 +376,10 @@ int RunRender(RenderArgs& a) {
   progress.Finish();
   if (done == 0) return Fail("no picture in '" + a.input + "'");
   if (writer && (!pass_audio() || !writer->Finish(&error))) return Fail(error);
+  if (writer && writer->audio_packets_skipped() > 0)
+    std::fprintf(stderr,
+                 "vetext: warning: %lld audio packets of '%s' did not decode and are silent\n",
+                 static_cast<long long>(writer->audio_packets_skipped()), a.input.c_str());
   return 0;
 }
 

@@ -60,6 +60,10 @@ std::string VideoWriter::codec_name() const {
   return enc_ != nullptr ? enc_->codec->name : "";
 }
 
+int64_t VideoWriter::audio_packets_skipped() const {
+  return transcoder_ != nullptr ? transcoder_->skipped_packets() : 0;
+}
+
 std::string VideoWriter::audio_codec_name() const {
   if (transcoder_ != nullptr) return transcoder_->codec_name();
   if (audio_ != nullptr) return avcodec_get_name(audio_->codecpar->codec_id);

@@ -52,6 +52,8 @@ class VideoWriter {
   bool audio_reencoded() const { return transcoder_ != nullptr; }
   // The codec of the written audio ("aac", "pcm_s16le"), or "" when there is none.
   std::string audio_codec_name() const;
+  // Input audio packets that did not decode while re-encoding; their time is silent.
+  int64_t audio_packets_skipped() const;
   bool WriteFrame(const Image& image, std::string* error);
   // Takes the packet (frees it) whatever happens. Packets of a dropped stream are discarded.
   bool WriteAudio(AVPacket* packet, std::string* error);
