@@ -384,9 +384,12 @@ void CompositeExact(const IR_Prefiltered& src, int64_t u0, int64_t v0, uint8_t* 
   }
 }
 
+// Resamples rows [y_begin, y_end) of the destination; destination pixel (X, Y) is written at
+// out + (Y - y_origin) * out_row_bytes + (X - x_origin) * 4, so that a caller can draw into a
+// buffer covering only part of the destination.
 void BlendRows(const IR_Prefiltered& src, const Mapping& m, const std::vector<Span>& spans,
-               int32_t y_begin, int32_t y_end, uint8_t* dst, ptrdiff_t dst_row_bytes,
-               float opacity) {
+               int32_t y_begin, int32_t y_end, uint8_t* out, ptrdiff_t out_row_bytes,
+               int32_t x_origin, int32_t y_origin, float opacity) {
   const auto* base = static_cast<const uint8_t*>(src.data);
   const int32_t wp = src.width + 2, hp = src.height + 2;
   for (int32_t y = y_begin; y < y_end; ++y) {
@@ -394,11 +397,55 @@ void BlendRows(const IR_Prefiltered& src, const Mapping& m, const std::vector<Sp
     if (sp.x1 <= sp.x0) continue;
     const double u0 = m.ax + m.bx * sp.x0 + m.cx * y;
     const double v0 = m.ay + m.by * sp.x0 + m.cy * y;
-    uint8_t* d =
-        dst + static_cast<ptrdiff_t>(y) * dst_row_bytes + static_cast<ptrdiff_t>(sp.x0) * 4;
+    uint8_t* d = out + static_cast<ptrdiff_t>(y - y_origin) * out_row_bytes +
+                 static_cast<ptrdiff_t>(sp.x0 - x_origin) * 4;
     kBlendRow(base, wp, hp, static_cast<float>(u0), static_cast<float>(m.bx),
               static_cast<float>(v0), static_cast<float>(m.by), d, sp.x1 - sp.x0, opacity);
   }
+}
+
+// The destination columns each row's samples can touch (a sample touches the image, not only
+// its border, when 0 < u < width + 1), and their total.
+int64_t DestinationSpans(const IR_Prefiltered& src, const Mapping& m, int32_t dst_width,
+                         int32_t dst_height, std::vector<Span>* spans) {
+  const double uhi = src.width + 1.0, vhi = src.height + 1.0;
+  spans->assign(static_cast<size_t>(dst_height), Span{0, 0});
+  int64_t total = 0;
+  for (int32_t y = 0; y < dst_height; ++y) {
+    double a0, a1, b0, b1;
+    if (!SolveSpan(m.ax + m.cx * y, m.bx, 0.0, uhi, &a0, &a1)) continue;
+    if (!SolveSpan(m.ay + m.cy * y, m.by, 0.0, vhi, &b0, &b1)) continue;
+    const double lo = std::max(a0, b0), hi = std::min(a1, b1);
+    if (!(lo <= hi)) continue;
+    const double x0 = std::max(std::ceil(lo) - 1.0, 0.0);
+    const double x1 = std::min(std::floor(hi) + 2.0, static_cast<double>(dst_width));
+    if (x0 >= x1) continue;
+    (*spans)[static_cast<size_t>(y)] = Span{static_cast<int32_t>(x0), static_cast<int32_t>(x1)};
+    total += static_cast<int64_t>(x1 - x0);
+  }
+  return total;
+}
+
+// BlendRows over every row, in two bands of about equal pixel count on two threads when the
+// work is large.
+void Resample(const IR_Prefiltered& src, const Mapping& m, const std::vector<Span>& spans,
+              int64_t total, uint8_t* out, ptrdiff_t out_row_bytes, int32_t x_origin,
+              int32_t y_origin, float opacity) {
+  const auto rows = static_cast<int32_t>(spans.size());
+  if (total < kParallelPixels) {
+    BlendRows(src, m, spans, 0, rows, out, out_row_bytes, x_origin, y_origin, opacity);
+    return;
+  }
+  int32_t mid = 0;
+  for (int64_t acc = 0; mid < rows && acc * 2 < total; ++mid) {
+    const Span& sp = spans[static_cast<size_t>(mid)];
+    acc += sp.x1 - sp.x0;
+  }
+  std::thread other([&] {
+    BlendRows(src, m, spans, mid, rows, out, out_row_bytes, x_origin, y_origin, opacity);
+  });
+  BlendRows(src, m, spans, 0, mid, out, out_row_bytes, x_origin, y_origin, opacity);
+  other.join();
 }
 
 }  // namespace
@@ -460,68 +507,119 @@ bool AlignedShift(const Placement& pl, int32_t fx, int32_t fy, int32_t steps, in
   return true;
 }
 
-bool Composite(const IR_Prefiltered& src, const Placement& pl, uint8_t* dst,
-               ptrdiff_t dst_row_bytes, int32_t dst_width, int32_t dst_height, bool allow_exact) {
+// The mapping of a placement and, when it is one to one and lands on whole pixels, the offset
+// of the whole-pixel path. False when the placement is not finite.
+bool PlanPlacement(const IR_Prefiltered& src, const Placement& pl, bool allow_exact, Mapping* m,
+                   bool* exact, int64_t* u0, int64_t* v0) {
+  const bool shifted = src.shift_steps > 0;
+  const double step = shifted ? 1.0 / src.shift_steps : 0.0;
+  if (!MakeMapping(pl, src.factor_x, src.factor_y, shifted ? src.shift_x * step : 0.0,
+                   shifted ? src.shift_y * step : 0.0, m))
+    return false;
+  *exact = false;
+  if (allow_exact && OneToOne(*m)) {
+    // A displaced image was drawn at the nearest step to whole pixels: the rest is below the
+    // precision it was drawn with.
+    const double tol = shifted ? 0.5 * step + 1e-9 : 1e-9;
+    const double ru = std::round(m->ax), rv = std::round(m->ay);
+    if (std::fabs(m->ax - ru) <= tol && std::fabs(m->ay - rv) <= tol && std::fabs(ru) < 1e9 &&
+        std::fabs(rv) < 1e9) {
+      *exact = true;
+      *u0 = static_cast<int64_t>(ru);
+      *v0 = static_cast<int64_t>(rv);
+    }
+  }
+  return true;
+}
+
+bool PlacementIsFinite(const Placement& pl) {
   const double vals[] = {pl.src_x,   pl.src_y,   pl.dst_x,        pl.dst_y,
                          pl.scale_x, pl.scale_y, pl.rotation_deg, pl.opacity};
   for (double v : vals)
     if (!std::isfinite(v)) return false;
+  return true;
+}
+
+bool Composite(const IR_Prefiltered& src, const Placement& pl, uint8_t* dst,
+               ptrdiff_t dst_row_bytes, int32_t dst_width, int32_t dst_height, bool allow_exact) {
+  if (!PlacementIsFinite(pl)) return false;
   if (pl.scale_x == 0 || pl.scale_y == 0 || !(pl.opacity > 0)) return true;
   if (src.width <= 0 || src.height <= 0 || dst_width <= 0 || dst_height <= 0) return true;
   const float opacity = std::min(pl.opacity, 1.0f);
-
-  const bool shifted = src.shift_steps > 0;
-  const double step = shifted ? 1.0 / src.shift_steps : 0.0;
   Mapping m;
-  if (!MakeMapping(pl, src.factor_x, src.factor_y, shifted ? src.shift_x * step : 0.0,
-                   shifted ? src.shift_y * step : 0.0, &m))
-    return false;
-  if (allow_exact && OneToOne(m)) {
-    // A displaced image was drawn at the nearest step to whole pixels: the rest is below the
-    // precision it was drawn with.
-    const double tol = shifted ? 0.5 * step + 1e-9 : 1e-9;
-    const double u0 = std::round(m.ax), v0 = std::round(m.ay);
-    if (std::fabs(m.ax - u0) <= tol && std::fabs(m.ay - v0) <= tol && std::fabs(u0) < 1e9 &&
-        std::fabs(v0) < 1e9) {
-      CompositeExact(src, static_cast<int64_t>(u0), static_cast<int64_t>(v0), dst, dst_row_bytes,
-                     dst_width, dst_height, opacity);
-      return true;
-    }
-  }
-
-  // A sample touches the image (not only the border) when 0 < u < width + 1.
-  const double uhi = src.width + 1.0, vhi = src.height + 1.0;
-  std::vector<Span> spans(static_cast<size_t>(dst_height), Span{0, 0});
-  int64_t total = 0;
-  for (int32_t y = 0; y < dst_height; ++y) {
-    double a0, a1, b0, b1;
-    if (!SolveSpan(m.ax + m.cx * y, m.bx, 0.0, uhi, &a0, &a1)) continue;
-    if (!SolveSpan(m.ay + m.cy * y, m.by, 0.0, vhi, &b0, &b1)) continue;
-    const double lo = std::max(a0, b0), hi = std::min(a1, b1);
-    if (!(lo <= hi)) continue;
-    const double x0 = std::max(std::ceil(lo) - 1.0, 0.0);
-    const double x1 = std::min(std::floor(hi) + 2.0, static_cast<double>(dst_width));
-    if (x0 >= x1) continue;
-    spans[static_cast<size_t>(y)] = Span{static_cast<int32_t>(x0), static_cast<int32_t>(x1)};
-    total += static_cast<int64_t>(x1 - x0);
-  }
-  if (total == 0) return true;
-
-  if (total < kParallelPixels) {
-    BlendRows(src, m, spans, 0, dst_height, dst, dst_row_bytes, opacity);
+  bool exact;
+  int64_t u0 = 0, v0 = 0;
+  if (!PlanPlacement(src, pl, allow_exact, &m, &exact, &u0, &v0)) return false;
+  if (exact) {
+    CompositeExact(src, u0, v0, dst, dst_row_bytes, dst_width, dst_height, opacity);
     return true;
   }
-  // Two bands of about equal pixel count.
-  int32_t mid = 0;
-  for (int64_t acc = 0; mid < dst_height && acc * 2 < total; ++mid) {
-    const Span& sp = spans[static_cast<size_t>(mid)];
-    acc += sp.x1 - sp.x0;
-  }
-  std::thread other(
-      [&] { BlendRows(src, m, spans, mid, dst_height, dst, dst_row_bytes, opacity); });
-  BlendRows(src, m, spans, 0, mid, dst, dst_row_bytes, opacity);
-  other.join();
+  std::vector<Span> spans;
+  const int64_t total = DestinationSpans(src, m, dst_width, dst_height, &spans);
+  if (total > 0) Resample(src, m, spans, total, dst, dst_row_bytes, 0, 0, opacity);
   return true;
+}
+
+int32_t PlaceBounds(const IR_Prefiltered& src, const Placement& pl, int32_t dst_width,
+                    int32_t dst_height, int32_t rect[4]) {
+  if (!PlacementIsFinite(pl)) return -1;
+  if (pl.scale_x == 0 || pl.scale_y == 0) return 0;
+  if (src.width <= 0 || src.height <= 0 || dst_width <= 0 || dst_height <= 0) return 0;
+  Mapping m;
+  bool exact;
+  int64_t u0, v0;
+  if (!PlanPlacement(src, pl, true, &m, &exact, &u0, &v0)) return -1;
+  if (exact) return 0;
+  std::vector<Span> spans;
+  if (DestinationSpans(src, m, dst_width, dst_height, &spans) == 0) return 0;
+  int32_t x0 = dst_width, x1 = 0, y0 = -1, y1 = 0;
+  for (int32_t y = 0; y < dst_height; ++y) {
+    const Span& sp = spans[static_cast<size_t>(y)];
+    if (sp.x1 <= sp.x0) continue;
+    if (y0 < 0) y0 = y;
+    y1 = y + 1;
+    x0 = std::min(x0, sp.x0);
+    x1 = std::max(x1, sp.x1);
+  }
+  rect[0] = x0;
+  rect[1] = y0;
+  rect[2] = x1;
+  rect[3] = y1;
+  return 1;
+}
+
+bool Place(const IR_Prefiltered& src, const Placement& pl, int32_t dst_width, int32_t dst_height,
+           const int32_t rect[4], uint8_t* layer) {
+  Mapping m;
+  bool exact;
+  int64_t u0, v0;
+  if (!PlanPlacement(src, pl, true, &m, &exact, &u0, &v0) || exact) return false;
+  std::vector<Span> spans;
+  DestinationSpans(src, m, dst_width, dst_height, &spans);
+  // Rows and columns outside the rectangle are left out; inside it the spans are the ones the
+  // direct composite resamples, so the layer holds exactly what it would have blended.
+  int64_t kept = 0;
+  for (int32_t y = 0; y < dst_height; ++y) {
+    Span& sp = spans[static_cast<size_t>(y)];
+    if (y < rect[1] || y >= rect[3]) {
+      sp = Span{0, 0};
+      continue;
+    }
+    sp.x0 = std::max(sp.x0, rect[0]);
+    sp.x1 = std::min(sp.x1, rect[2]);
+    if (sp.x1 > sp.x0) kept += sp.x1 - sp.x0;
+  }
+  const ptrdiff_t row_bytes = static_cast<ptrdiff_t>(rect[2] - rect[0] + 2) * 4;
+  // The layer's interior starts one bordered pixel in.
+  if (kept > 0)
+    Resample(src, m, spans, kept, layer + row_bytes + 4, row_bytes, rect[0], rect[1], 1.0f);
+  return true;
+}
+
+void CompositeLayer(const IR_Prefiltered& layer, int32_t x, int32_t y, uint8_t* dst,
+                    ptrdiff_t dst_row_bytes, int32_t dst_width, int32_t dst_height, float opacity) {
+  CompositeExact(layer, int64_t{1} - x, int64_t{1} - y, dst, dst_row_bytes, dst_width, dst_height,
+                 opacity);
 }
 
 }  // namespace ir
@@ -603,6 +701,39 @@ int32_t IR_AlignedShift(int32_t src_width, int32_t src_height, int32_t factor_x,
   return ir::AlignedShift(pl, factor_x, factor_y, steps, shift_x, shift_y) ? 1 : 0;
 }
 
+namespace {
+
+// Checks a prefiltered source; false when it cannot be drawn from.
+bool ValidPrefiltered(const IR_Prefiltered* src) {
+  if (!src->data || src->factor_x <= 0 || src->factor_y <= 0 ||
+      ir::ReducedExtent(src->src_width, src->factor_x) != src->width ||
+      ir::ReducedExtent(src->src_height, src->factor_y) != src->height)
+    return false;
+  return !(src->shift_steps < 0 ||
+           (src->shift_steps > 0 && (src->shift_x < 0 || src->shift_x >= src->shift_steps ||
+                                     src->shift_y < 0 || src->shift_y >= src->shift_steps)));
+}
+
+// The placement of IR_MotionPrefiltered's geometry arguments; false when one is not finite.
+bool PlacementOf(const IR_Prefiltered* src, int32_t dst_width, int32_t dst_height,
+                 IR_Point dst_point, IR_Point src_point, IR_Point scale, double rotation_deg,
+                 float opacity, ir::Placement* pl) {
+  for (float v : {dst_point.x, dst_point.y, src_point.x, src_point.y, scale.x, scale.y, opacity})
+    if (!std::isfinite(v)) return false;
+  if (!std::isfinite(rotation_deg)) return false;
+  pl->src_x = static_cast<double>(src_point.x) * src->src_width;
+  pl->src_y = static_cast<double>(src_point.y) * src->src_height;
+  pl->dst_x = static_cast<double>(dst_point.x) * dst_width;
+  pl->dst_y = static_cast<double>(dst_point.y) * dst_height;
+  pl->scale_x = scale.x;
+  pl->scale_y = scale.y;
+  pl->rotation_deg = rotation_deg;
+  pl->opacity = opacity;
+  return true;
+}
+
+}  // namespace
+
 int32_t IR_MotionPrefiltered(const IR_Prefiltered* src, int32_t format, void* dst,
                              int32_t dst_row_bytes, int32_t dst_width, int32_t dst_height,
                              IR_Point dst_point, IR_Point src_point, IR_Point scale,
@@ -611,25 +742,11 @@ int32_t IR_MotionPrefiltered(const IR_Prefiltered* src, int32_t format, void* ds
   if (dst_width <= 0 || dst_height <= 0) return 0;
   if (!dst || !RowBytesFit(dst_row_bytes, dst_width)) return -1;
   if (src->width <= 0 || src->height <= 0) return 0;
-  if (!src->data || src->factor_x <= 0 || src->factor_y <= 0 ||
-      ir::ReducedExtent(src->src_width, src->factor_x) != src->width ||
-      ir::ReducedExtent(src->src_height, src->factor_y) != src->height)
-    return -1;
-  if (src->shift_steps < 0 ||
-      (src->shift_steps > 0 && (src->shift_x < 0 || src->shift_x >= src->shift_steps ||
-                                src->shift_y < 0 || src->shift_y >= src->shift_steps)))
-    return -1;
-  for (float v : {dst_point.x, dst_point.y, src_point.x, src_point.y, scale.x, scale.y, opacity})
-    if (!std::isfinite(v)) return -1;
+  if (!ValidPrefiltered(src)) return -1;
   ir::Placement pl;
-  pl.src_x = static_cast<double>(src_point.x) * src->src_width;
-  pl.src_y = static_cast<double>(src_point.y) * src->src_height;
-  pl.dst_x = static_cast<double>(dst_point.x) * dst_width;
-  pl.dst_y = static_cast<double>(dst_point.y) * dst_height;
-  pl.scale_x = scale.x;
-  pl.scale_y = scale.y;
-  pl.rotation_deg = rotation_deg;
-  pl.opacity = opacity;
+  if (!PlacementOf(src, dst_width, dst_height, dst_point, src_point, scale, rotation_deg, opacity,
+                   &pl))
+    return -1;
   try {
     return ir::Composite(*src, pl, static_cast<uint8_t*>(dst), dst_row_bytes, dst_width, dst_height)
                ? 0
@@ -637,6 +754,61 @@ int32_t IR_MotionPrefiltered(const IR_Prefiltered* src, int32_t format, void* ds
   } catch (...) {
     return -1;
   }
+}
+
+int32_t IR_PlaceBounds(const IR_Prefiltered* src, int32_t dst_width, int32_t dst_height,
+                       IR_Point dst_point, IR_Point src_point, IR_Point scale, double rotation_deg,
+                       int32_t rect[4]) {
+  if (!src || !rect) return -1;
+  if (dst_width <= 0 || dst_height <= 0 || src->width <= 0 || src->height <= 0) return 0;
+  if (!ValidPrefiltered(src)) return -1;
+  ir::Placement pl;
+  if (!PlacementOf(src, dst_width, dst_height, dst_point, src_point, scale, rotation_deg, 1.0f,
+                   &pl))
+    return -1;
+  try {
+    return ir::PlaceBounds(*src, pl, dst_width, dst_height, rect);
+  } catch (...) {
+    return -1;
+  }
+}
+
+int32_t IR_PlacePrefiltered(const IR_Prefiltered* src, int32_t dst_width, int32_t dst_height,
+                            IR_Point dst_point, IR_Point src_point, IR_Point scale,
+                            double rotation_deg, const int32_t rect[4], void* layer,
+                            uint64_t layer_size) {
+  if (!src || !rect || !layer) return -1;
+  int32_t want[4];
+  if (IR_PlaceBounds(src, dst_width, dst_height, dst_point, src_point, scale, rotation_deg, want) !=
+          1 ||
+      std::memcmp(want, rect, sizeof want) != 0)
+    return -1;
+  const uint64_t need = (static_cast<uint64_t>(rect[2] - rect[0]) + 2) *
+                        (static_cast<uint64_t>(rect[3] - rect[1]) + 2) * 4;
+  if (layer_size < need) return -1;
+  ir::Placement pl;
+  PlacementOf(src, dst_width, dst_height, dst_point, src_point, scale, rotation_deg, 1.0f, &pl);
+  try {
+    return ir::Place(*src, pl, dst_width, dst_height, rect, static_cast<uint8_t*>(layer)) ? 0 : -1;
+  } catch (...) {
+    return -1;
+  }
+}
+
+int32_t IR_CompositeLayer(const IR_Prefiltered* layer, int32_t format, void* dst,
+                          int32_t dst_row_bytes, int32_t dst_width, int32_t dst_height, int32_t x,
+                          int32_t y, float opacity) {
+  if (!layer || !SupportedFormat(format) || !std::isfinite(opacity)) return -1;
+  if (dst_width <= 0 || dst_height <= 0) return 0;
+  if (!dst || !RowBytesFit(dst_row_bytes, dst_width)) return -1;
+  if (layer->width <= 0 || layer->height <= 0) return 0;
+  if (layer->factor_x != 1 || layer->factor_y != 1 || layer->shift_steps != 0 ||
+      !ValidPrefiltered(layer))
+    return -1;
+  if (!(opacity > 0)) return 0;
+  ir::CompositeLayer(*layer, x, y, static_cast<uint8_t*>(dst), dst_row_bytes, dst_width, dst_height,
+                     std::min(opacity, 1.0f));
+  return 0;
 }
 
 int32_t IR_Motion(const void* src, int32_t src_row_bytes, int32_t src_width, int32_t src_height,

@@ -65,6 +65,20 @@ VX_API bool Composite(const IR_Prefiltered& src, const Placement& placement, uin
                       ptrdiff_t dst_row_bytes, int32_t dst_width, int32_t dst_height,
                       bool allow_exact = true);
 
+// A placement drawn once into a layer for many frames (see IR_PlaceBounds): the destination
+// rectangle {x0, y0, x1, y1} a resampling placement touches (1), or 0 when it would take the
+// whole-pixel path or draw nothing, -1 when it is not finite.
+VX_API int32_t PlaceBounds(const IR_Prefiltered& src, const Placement& placement, int32_t dst_width,
+                           int32_t dst_height, int32_t rect[4]);
+// Resamples that placement at opacity 1 into `layer`, (x1 - x0 + 2) x (y1 - y0 + 2) zeroed
+// pixels with a border. False when PlaceBounds would not have returned 1.
+VX_API bool Place(const IR_Prefiltered& src, const Placement& placement, int32_t dst_width,
+                  int32_t dst_height, const int32_t rect[4], uint8_t* layer);
+// Blends such a layer, whose top-left interior pixel belongs at destination (x, y).
+VX_API void CompositeLayer(const IR_Prefiltered& layer, int32_t x, int32_t y, uint8_t* dst,
+                           ptrdiff_t dst_row_bytes, int32_t dst_width, int32_t dst_height,
+                           float opacity);
+
 // For a one-to-one placement (see IR_AlignedShift) the displacement, in 1/steps of a reduced
 // pixel, that puts the image on whole destination pixels; false for other placements.
 VX_API bool AlignedShift(const Placement& pl, int32_t fx, int32_t fy, int32_t steps,

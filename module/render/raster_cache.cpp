@@ -74,6 +74,35 @@ void MakePrefilterKey(const char* raster_key, int32_t fx, int32_t fy, int32_t st
   if (r != nullptr) *r = 'p';
 }
 
+void MakePlacedKey(const char* prefilter_key, int32_t frame_width, int32_t frame_height,
+                   IR_Point dst_point, IR_Point src_point, IR_Point scale, double rotation_deg,
+                   char key[kPlacedKeySize], char mark_key[kPlacedKeySize]) {
+  uint32_t f[6];
+  const float v[6] = {dst_point.x, dst_point.y, src_point.x, src_point.y, scale.x, scale.y};
+  std::memcpy(f, v, sizeof f);
+  uint64_t r;
+  std::memcpy(&r, &rotation_deg, sizeof r);
+  for (char* out : {key, mark_key})
+    std::snprintf(out, kPlacedKeySize, "%s-%c%dx%d-%08x%08x%08x%08x%08x%08x-%016llx", prefilter_key,
+                  out == key ? 'L' : 'M', int(frame_width), int(frame_height), f[0], f[1], f[2],
+                  f[3], f[4], f[5], static_cast<unsigned long long>(r));
+}
+
+namespace {
+
+PlacedEntryHeader PlacedHeader(uint32_t pixel_format, const int32_t rect[4]) {
+  PlacedEntryHeader h;
+  h.pixel_format = pixel_format;
+  std::memcpy(h.rect, rect, sizeof h.rect);
+  const uint64_t w = uint64_t(int64_t(rect[2]) - rect[0]),
+                 hh = uint64_t(int64_t(rect[3]) - rect[1]);
+  h.image_bytes = (w + 2) * (hh + 2) * 4;
+  h.span_bytes = hh * 8;
+  return h;
+}
+
+}  // namespace
+
 RasterCache::~RasterCache() {
   for (RPixHandle h : held_)
     if (pix_) pix_->dispose(h);
@@ -200,6 +229,48 @@ bool RasterCache::CreatePrefiltered(const PrefilterEntryHeader& header, uint8_t*
   std::memset(*image, 0, header.image_bytes + header.span_bytes);
   *spans = reinterpret_cast<int32_t*>(*image + header.image_bytes);
   return true;
+}
+
+bool RasterCache::LookupPlaced(const char* key, uint32_t pixel_format, const int32_t rect[4],
+                               uint8_t** layer, int32_t** spans) {
+  void* data = nullptr;
+  RPixHandle h = Find(key, &data);
+  if (h == nullptr) return false;
+  PlacedEntryHeader hd;
+  std::memcpy(&hd, data, sizeof hd);
+  const PlacedEntryHeader want = PlacedHeader(pixel_format, rect);
+  if (std::memcmp(&hd, &want, sizeof hd) != 0) {
+    pix_->dispose(h);
+    return false;
+  }
+  held_.push_back(h);
+  *layer = static_cast<uint8_t*>(data) + sizeof hd;
+  *spans = reinterpret_cast<int32_t*>(*layer + hd.image_bytes);
+  return true;
+}
+
+bool RasterCache::CreatePlaced(uint32_t pixel_format, const int32_t rect[4], uint8_t** layer,
+                               int32_t** spans) {
+  const PlacedEntryHeader hd = PlacedHeader(pixel_format, rect);
+  void* data = Make(sizeof hd + hd.image_bytes + hd.span_bytes);
+  if (data == nullptr) return false;
+  std::memcpy(data, &hd, sizeof hd);
+  *layer = static_cast<uint8_t*>(data) + sizeof hd;
+  std::memset(*layer, 0, hd.image_bytes + hd.span_bytes);
+  *spans = reinterpret_cast<int32_t*>(*layer + hd.image_bytes);
+  return true;
+}
+
+bool RasterCache::HasMark(const char* key) {
+  void* data = nullptr;
+  RPixHandle h = Find(key, &data);
+  if (h == nullptr) return false;
+  pix_->dispose(h);
+  return true;
+}
+
+void RasterCache::Mark(const char* key) {
+  if (Make(1) != nullptr) Publish(key);
 }
 
 }  // namespace vetext

@@ -14,6 +14,7 @@
 
 #include "render/geometry.h"
 #include "vetext/effect.h"
+#include "vetext/image_renderer.h"
 #include "vetext/suites.h"
 
 namespace vetext {
@@ -65,6 +66,30 @@ void MakeGeometryKey(const char* raster_key, char key[kRasterKeySize]);
 void MakePrefilterKey(const char* raster_key, int32_t fx, int32_t fy, int32_t steps, int32_t sx,
                       int32_t sy, char key[kPrefilterKeySize]);
 
+// A placed layer: a reduction resampled once for one placement on frames of one size (see
+// IR_PlaceBounds), so that a text that is turned or scaled but stays where it is costs one
+// whole-pixel blend a frame. Keyed by the reduction's key, the frame size and the exact bits of
+// the placement (opacity aside: it applies when the layer is blended). A placement seen for the
+// first time leaves only a mark, since a text that moves on every frame would otherwise make a
+// layer that no later frame uses; the second sighting makes the layer.
+constexpr uint32_t kPlacedEntryMagic = 0x314c5456u;  // "VTL1"
+constexpr size_t kPlacedKeySize = 192;
+
+struct PlacedEntryHeader {
+  uint32_t magic = kPlacedEntryMagic;
+  uint32_t pixel_format = 0;
+  int32_t rect[4] = {};      // the frame rectangle the layer covers: x0, y0, x1, y1 (exclusive)
+  uint64_t image_bytes = 0;  // (x1 - x0 + 2) x (y1 - y0 + 2) x 4: the layer, with its border
+  uint64_t span_bytes = 0;   // 8 x (y1 - y0)
+  uint8_t reserved[24] = {};
+};
+static_assert(sizeof(PlacedEntryHeader) == 64, "the layer starts 64 bytes into an entry");
+
+// "<reduction key>-L<w>x<h>-<placement bits>", and the mark's key (the same with "-M").
+void MakePlacedKey(const char* prefilter_key, int32_t frame_width, int32_t frame_height,
+                   IR_Point dst_point, IR_Point src_point, IR_Point scale, double rotation_deg,
+                   char key[kPlacedKeySize], char mark_key[kPlacedKeySize]);
+
 // The frame cache's suites for one render call, acquired silently (a host without them simply
 // renders without the raster cache) and released by the destructor together with any entry
 // reference still held.
@@ -99,6 +124,15 @@ class RasterCache {
                          PrefilterEntryHeader* found, uint8_t** image, int32_t** spans);
   // A new reduction entry with a zeroed image; Publish adds it.
   bool CreatePrefiltered(const PrefilterEntryHeader& header, uint8_t** image, int32_t** spans);
+
+  // A placed layer for `rect` in `pixel_format`; layer and spans stay valid while the object
+  // lives. CreatePlaced makes one with a zeroed layer (Publish adds it).
+  bool LookupPlaced(const char* key, uint32_t pixel_format, const int32_t rect[4], uint8_t** layer,
+                    int32_t** spans);
+  bool CreatePlaced(uint32_t pixel_format, const int32_t rect[4], uint8_t** layer, int32_t** spans);
+  // Whether a mark is under `key`, and leaving one (failures are silent).
+  bool HasMark(const char* key);
+  void Mark(const char* key);
 
  private:
   RPixHandle Find(const char* key, void** data);

@@ -27,6 +27,40 @@ float FixedToFloat(VxFixed v) {
   return float(double(v) * 1.52587890625e-5);
 }
 
+// Blends the placed layer of a turned or scaled text that stays where it is (see RasterCache),
+// making it on the second frame that asks for it. False when the placement is not one for a
+// layer or the cache cannot hold one: the caller then composites directly.
+bool DrawPlaced(RasterCache& cache, const IR_Prefiltered& pf, const char* prefilter_key,
+                uint32_t format, int32_t ir_format, OutputLayer* layer, IR_Point dst, IR_Point src,
+                IR_Point scale, float rot, float opacity) {
+  const int32_t out_w = layer->width, out_h = layer->height;
+  int32_t rect[4];
+  if (IR_PlaceBounds(&pf, out_w, out_h, dst, src, scale, double(rot), rect) != 1) return false;
+  char key[kPlacedKeySize], mark_key[kPlacedKeySize];
+  MakePlacedKey(prefilter_key, out_w, out_h, dst, src, scale, double(rot), key, mark_key);
+  uint8_t* image = nullptr;
+  int32_t* spans = nullptr;
+  const int32_t w = rect[2] - rect[0], h = rect[3] - rect[1];
+  if (!cache.LookupPlaced(key, format, rect, &image, &spans)) {
+    if (!cache.HasMark(mark_key)) {
+      cache.Mark(mark_key);
+      return false;
+    }
+    if (!cache.CreatePlaced(format, rect, &image, &spans)) return false;
+    const RPixHandle entry = cache.last_made();
+    const uint64_t bytes = (uint64_t(w) + 2) * (uint64_t(h) + 2) * 4;
+    if (IR_PlacePrefiltered(&pf, out_w, out_h, dst, src, scale, double(rot), rect, image, bytes) !=
+        0)
+      return false;
+    IR_Prefiltered view{image, w, h, 1, 1, w, h, nullptr, 0, 0, 0};
+    IR_PrefilterSpans(&view, spans);
+    cache.Publish(key, entry);
+  }
+  IR_Prefiltered placed{image, w, h, 1, 1, w, h, spans, 0, 0, 0};
+  return IR_CompositeLayer(&placed, ir_format, layer->data, layer->row_bytes, out_w, out_h, rect[0],
+                           rect[1], opacity) == 0;
+}
+
 }  // namespace
 
 VxStatus RenderText(InputRecord* in, OutputRecord* out, ParamList* params, OutputLayer* layer) {
@@ -193,6 +227,9 @@ VxStatus RenderText(InputRecord* in, OutputRecord* out, ParamList* params, Outpu
   }
   IR_Prefiltered pf{image, have.width, have.height,      fx,           fy,          W,
                     H,     spans,      have.shift_steps, have.shift_x, have.shift_y};
+  if (cache.ok() &&
+      DrawPlaced(cache, pf, prefilter_key, format, ir_format, layer, dst, src, scale, rot, opacity))
+    return kStatusOk;
   IR_MotionPrefiltered(&pf, ir_format, layer->data, stride, out_w, out_h, dst, src, scale,
                        double(rot), opacity);
   return kStatusOk;

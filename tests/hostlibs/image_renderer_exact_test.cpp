@@ -172,3 +172,105 @@ TEST(IRExactPath, SimdKernelEqualsScalar) {
 }
 
 }  // namespace
+
+namespace {
+
+// A placed layer made and blended through the public calls; false when the placement is not one
+// for a layer.
+bool DrawThroughLayer(const IR_Prefiltered& pf, uint8_t* dst, int32_t row_bytes, int32_t w,
+                      int32_t h, IR_Point dp, IR_Point sp, IR_Point scale, double rot,
+                      float opacity, int32_t rect[4]) {
+  if (IR_PlaceBounds(&pf, w, h, dp, sp, scale, rot, rect) != 1) return false;
+  const int32_t lw = rect[2] - rect[0], lh = rect[3] - rect[1];
+  std::vector<uint8_t> layer(size_t(lw + 2) * size_t(lh + 2) * 4, 0);
+  EXPECT_EQ(IR_PlacePrefiltered(&pf, w, h, dp, sp, scale, rot, rect, layer.data(), layer.size()),
+            0);
+  std::vector<int32_t> spans(size_t(lh) * 2);
+  IR_Prefiltered view{layer.data(), lw, lh, 1, 1, lw, lh, nullptr, 0, 0, 0};
+  EXPECT_EQ(IR_PrefilterSpans(&view, spans.data()), 0);
+  view.row_spans = spans.data();
+  EXPECT_EQ(
+      IR_CompositeLayer(&view, kIRFormatBGRA8, dst, row_bytes, w, h, rect[0], rect[1], opacity), 0);
+  return true;
+}
+
+}  // namespace
+
+TEST(IRPlacedLayer, BlendsWithinOneOfTheDirectCompositeAndTouchesNothingOutsideItsRectangle) {
+  Reduced r(400, 160, 3);
+  const int32_t w = 240, h = 140;
+  struct Case {
+    IR_Point dst;
+    IR_Point scale;
+    double rot;
+    float opacity;
+  } cases[] = {
+      {{0.5f, 0.5f}, {0.25f, 0.25f}, 30.0, 1.0f},     // turned
+      {{0.5f, 0.5f}, {0.25f, 0.25f}, -75.5, 0.4f},    // turned the other way, faded
+      {{0.47f, 0.52f}, {0.21f, 0.3f}, 0.0, 1.0f},     // upright but scaled off the pixel grid
+      {{0.05f, 0.95f}, {0.25f, 0.25f}, 200.0, 1.0f},  // mostly off the frame
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.rot);
+    for (bool bottom_up : {false, true}) {
+      std::vector<uint8_t> direct = Background(w, h), layered = direct, before = direct;
+      const int32_t rb = bottom_up ? -w * 4 : w * 4;
+      const size_t first = bottom_up ? size_t(h - 1) * w * 4 : 0;
+      ASSERT_EQ(IR_MotionPrefiltered(&r.pf, kIRFormatBGRA8, direct.data() + first, rb, w, h, c.dst,
+                                     {0.5f, 0.5f}, c.scale, c.rot, c.opacity),
+                0);
+      int32_t rect[4];
+      ASSERT_TRUE(DrawThroughLayer(r.pf, layered.data() + first, rb, w, h, c.dst, {0.5f, 0.5f},
+                                   c.scale, c.rot, c.opacity, rect));
+      EXPECT_NE(direct, before);
+      int worst = 0;
+      for (size_t i = 0; i < direct.size(); ++i) {
+        worst = std::max(worst, std::abs(int(direct[i]) - int(layered[i])));
+        // What the direct composite changed lies inside the layer's rectangle.
+        if (direct[i] != before[i]) {
+          const int32_t px = int32_t((i / 4) % size_t(w));
+          int32_t row = int32_t((i / 4) / size_t(w));
+          if (bottom_up) row = h - 1 - row;
+          EXPECT_TRUE(px >= rect[0] && px < rect[2] && row >= rect[1] && row < rect[3])
+              << px << "," << row;
+        }
+      }
+      EXPECT_LE(worst, 1);
+    }
+  }
+}
+
+TEST(IRPlacedLayer, WholePixelPlacementsAndBadArgumentsAreNotForALayer) {
+  Reduced r(400, 160, 4);
+  int32_t rect[4] = {};
+  // Upright at 1 / factor on whole pixels: the direct path copies pixel for pixel already.
+  EXPECT_EQ(IR_PlaceBounds(&r.pf, 240, 100, {0.5f, 0.5f}, {0.5f, 0.5f}, {0.25f, 0.25f}, 0.0, rect),
+            0);
+  // Entirely off the frame: nothing to draw.
+  EXPECT_EQ(IR_PlaceBounds(&r.pf, 240, 100, {5.0f, 5.0f}, {0.5f, 0.5f}, {0.25f, 0.25f}, 30.0, rect),
+            0);
+  EXPECT_EQ(IR_PlaceBounds(&r.pf, 240, 100, {0.5f, 0.5f}, {0.5f, 0.5f}, {NAN, 0.25f}, 30.0, rect),
+            -1);
+  EXPECT_EQ(
+      IR_PlaceBounds(nullptr, 240, 100, {0.5f, 0.5f}, {0.5f, 0.5f}, {0.25f, 0.25f}, 30.0, rect),
+      -1);
+
+  ASSERT_EQ(IR_PlaceBounds(&r.pf, 240, 100, {0.5f, 0.5f}, {0.5f, 0.5f}, {0.25f, 0.25f}, 30.0, rect),
+            1);
+  const int32_t lw = rect[2] - rect[0], lh = rect[3] - rect[1];
+  std::vector<uint8_t> layer(size_t(lw + 2) * size_t(lh + 2) * 4, 0);
+  // A rectangle other than the placement's, or a layer too small for it, is refused untouched.
+  int32_t other[4] = {rect[0] + 1, rect[1], rect[2], rect[3]};
+  EXPECT_EQ(IR_PlacePrefiltered(&r.pf, 240, 100, {0.5f, 0.5f}, {0.5f, 0.5f}, {0.25f, 0.25f}, 30.0,
+                                other, layer.data(), layer.size()),
+            -1);
+  EXPECT_EQ(IR_PlacePrefiltered(&r.pf, 240, 100, {0.5f, 0.5f}, {0.5f, 0.5f}, {0.25f, 0.25f}, 30.0,
+                                rect, layer.data(), layer.size() - 1),
+            -1);
+  EXPECT_EQ(std::count(layer.begin(), layer.end(), 0), std::ptrdiff_t(layer.size()));
+  // A layer is blended only as a factor-1 image.
+  IR_Prefiltered wrong = r.pf;
+  std::vector<uint8_t> dst = Background(240, 100);
+  EXPECT_EQ(IR_CompositeLayer(&wrong, kIRFormatBGRA8, dst.data(), 240 * 4, 240, 100, 0, 0, 1.0f),
+            -1);
+}

@@ -347,6 +347,37 @@ TEST_F(RenderHost, AnUnchangedDocumentIsRasterizedOnce) {
   for (int32_t y = 0; y < 360; ++y) ASSERT_EQ(0, std::memcmp(first.row(y), third.row(y), 640 * 4));
 }
 
+TEST_F(RenderHost, ATurnedTextThatStaysIsResampledOnceThenBlended) {
+  SetDoc({{u"Turned title", 50, {1, 1, 1}, {0, 0, 0}, 3}});
+  Set(7, 30);
+  auto adds = [] { return host_->cache().Stats().adds; };
+  const uint64_t a0 = adds();
+  Frame first = Render();  // composited directly; the placement is marked
+  const uint64_t a1 = adds();
+  Frame second = Render();  // the placed layer is made
+  const uint64_t a2 = adds();
+  Frame third = Render();  // and blended
+  EXPECT_GT(a1, a0);
+  EXPECT_EQ(a2, a1 + 1);
+  EXPECT_EQ(adds(), a2);
+  int worst = 0;
+  for (int32_t y = 0; y < 360; ++y) {
+    ASSERT_EQ(0, std::memcmp(second.row(y), third.row(y), 640 * 4));
+    for (int32_t i = 0; i < 640 * 4; ++i)
+      worst = std::max(worst, std::abs(int(first.row(y)[i]) - int(third.row(y)[i])));
+  }
+  EXPECT_LE(worst, 1);
+  EXPECT_GT(InkOf(third, bg_).count, 1000);
+  // Fading reuses the layer; turning further starts over with a mark.
+  Set(8, 50);
+  Frame faded = Render();
+  EXPECT_EQ(adds(), a2);
+  EXPECT_GT(InkOf(faded, bg_).count, 500);
+  Set(7, 31);
+  Render();
+  EXPECT_EQ(adds(), a2 + 1);
+}
+
 TEST_F(RenderHost, FourThreadsRenderWhileTheCacheEvicts) {
   std::vector<std::unique_ptr<vxhost::Instance>> insts;
   std::vector<Frame> expected;

@@ -123,6 +123,37 @@ VX_API int32_t IR_MotionPrefiltered(const IR_Prefiltered* src, int32_t format, v
  * transparent runs. The bytes are those the resampling path gives for the same whole-pixel
  * placement. */
 
+/* ---- placed layers --------------------------------------------------------------------
+ * A source that stays where it is but is turned, or scaled off the whole-pixel grid, costs a
+ * resampling on every frame. Drawn once into a layer that covers the destination rectangle it
+ * touches, each later frame only blends that layer, pixel for pixel.
+ *
+ * IR_PlaceBounds: for the arguments of IR_MotionPrefiltered (opacity aside), returns 1 and the
+ * destination rectangle `rect` = {x0, y0, x1, y1} (x1, y1 exclusive, within the destination)
+ * when that call would resample; 0 when it would take the whole-pixel path or draw nothing
+ * (composite directly then); -1 on bad arguments.
+ *
+ * IR_PlacePrefiltered: draws the placement at opacity 1 into `layer`: (x1 - x0 + 2) x
+ * (y1 - y0 + 2) premultiplied pixels, rows packed, zeroed by the caller (`layer_size` bytes at
+ * least that), a transparent border one pixel wide around the rectangle. Returns 0, or -1 on
+ * bad arguments or when IR_PlaceBounds would not return 1 with the same `rect`.
+ *
+ * IR_CompositeLayer: blends such a layer (an IR_Prefiltered of factors 1 whose source and
+ * reduced sizes are the rectangle's; row spans optional) over the destination with its
+ * top-left interior pixel at (x, y), at `opacity`. Together the two give the bytes of
+ * IR_MotionPrefiltered within one unit (the layer holds the resampled colour rounded once).
+ * Returns 0, or -1 on bad arguments. */
+VX_API int32_t IR_PlaceBounds(const IR_Prefiltered* src, int32_t dst_width, int32_t dst_height,
+                              IR_Point dst_point, IR_Point src_point, IR_Point scale,
+                              double rotation_deg, int32_t rect[4]);
+VX_API int32_t IR_PlacePrefiltered(const IR_Prefiltered* src, int32_t dst_width, int32_t dst_height,
+                                   IR_Point dst_point, IR_Point src_point, IR_Point scale,
+                                   double rotation_deg, const int32_t rect[4], void* layer,
+                                   uint64_t layer_size);
+VX_API int32_t IR_CompositeLayer(const IR_Prefiltered* layer, int32_t format, void* dst,
+                                 int32_t dst_row_bytes, int32_t dst_width, int32_t dst_height,
+                                 int32_t x, int32_t y, float opacity);
+
 /* Whether buffers of renderer format code `format` hold their rows bottom-up (the GPU
  * precompute buffers of the reference host do: returns true for 4). */
 VX_API bool IR_IsOriginBottomLeft(int32_t format);
