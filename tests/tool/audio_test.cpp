@@ -365,6 +365,40 @@ TEST(MediaAudio, EncoderChoiceFollowsTheContainer) {
   }
 }
 
+TEST(MediaAudio, CopiesOnlyWhatTheContainerReallyTakes) {
+  struct Case {
+    AVCodecID codec;
+    const char* file;
+    bool copy;
+  } cases[] = {
+      {AV_CODEC_ID_PCM_S16LE, "a.mp4", false},  // no tag for it
+      {AV_CODEC_ID_PCM_S16LE, "a.mov", true},
+      {AV_CODEC_ID_PCM_S16LE, "a.mkv", true},
+      {AV_CODEC_ID_FLAC, "a.mp4", false},  // tagged, but the muxer calls it experimental
+      {AV_CODEC_ID_FLAC, "a.mkv", true},
+      {AV_CODEC_ID_VORBIS, "a.mp4", false},  // tagged privately
+      {AV_CODEC_ID_VORBIS, "a.mkv", true},
+      {AV_CODEC_ID_AAC, "a.mp4", true},
+      {AV_CODEC_ID_AC3, "a.mp4", true},
+  };
+  AVFormatContext* src = avformat_alloc_context();
+  AVStream* in = avformat_new_stream(src, nullptr);
+  ASSERT_NE(in, nullptr);
+  in->time_base = AVRational{1, 48000};
+  for (const Case& c : cases) {
+    in->codecpar->codec_type = AVMEDIA_TYPE_AUDIO;
+    in->codecpar->codec_id = c.codec;
+    in->codecpar->sample_rate = 48000;
+    av_channel_layout_uninit(&in->codecpar->ch_layout);
+    av_channel_layout_default(&in->codecpar->ch_layout, 2);
+    AVFormatContext* out = nullptr;
+    ASSERT_GE(avformat_alloc_output_context2(&out, nullptr, nullptr, c.file), 0);
+    EXPECT_EQ(CanCopyAudio(out, in), c.copy) << avcodec_get_name(c.codec) << " into " << c.file;
+    avformat_free_context(out);
+  }
+  avformat_free_context(src);
+}
+
 TEST(MediaAudio, DamagedPacketsBecomeSilenceAndTheRestStaysInStep) {
   fs::path dir = vetext_test::FreshTestDir("vetext_audio_");
   const std::string in_path = (dir / "in.mov").string();

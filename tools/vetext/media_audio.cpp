@@ -1,6 +1,7 @@
 #include "media_audio.h"
 
 #include <algorithm>
+#include <cstring>
 #include <vector>
 
 #include "media_decode.h"
@@ -76,7 +77,81 @@ void Ordered(const AVChannelLayout& in, AVChannelLayout* out) {
     av_channel_layout_copy(out, &in);
 }
 
+// Output that goes nowhere but can seek, as file-based muxers want.
+struct NullOutput {
+  int64_t pos = 0, size = 0;
+  static int Write(void* opaque, uint8_t*, int n) {
+    auto* self = static_cast<NullOutput*>(opaque);
+    self->pos += n;
+    self->size = std::max(self->size, self->pos);
+    return n;
+  }
+  static int64_t Seek(void* opaque, int64_t offset, int whence) {
+    auto* self = static_cast<NullOutput*>(opaque);
+    switch (whence & ~AVSEEK_FORCE) {
+      case AVSEEK_SIZE:
+        return self->size;
+      case SEEK_SET:
+        self->pos = offset;
+        break;
+      case SEEK_CUR:
+        self->pos += offset;
+        break;
+      case SEEK_END:
+        self->pos = self->size + offset;
+        break;
+      default:
+        return AVERROR(EINVAL);
+    }
+    return self->pos;
+  }
+};
+
+// The ISO media muxers write Vorbis under a private object type that only FFmpeg reads back.
+bool PrivateMapping(const AVOutputFormat* of, AVCodecID id) {
+  if (id != AV_CODEC_ID_VORBIS) return false;
+  for (const char* name : {"mp4", "mov", "ipod", "3gp", "3g2", "psp", "ismv", "f4v"})
+    if (std::strcmp(of->name, name) == 0) return true;
+  return false;
+}
+
 }  // namespace
+
+bool CanCopyAudio(const AVFormatContext* out, const AVStream* in) {
+  const AVOutputFormat* of = out->oformat;
+  const AVCodecID id = in->codecpar->codec_id;
+  if (!Fits(of, id) || PrivateMapping(of, id)) return false;
+  // A dry run of the muxer's set-up with this one stream, into nowhere and quietly: its
+  // complaints are an answer here, not news for the user.
+  AVFormatContext* trial = nullptr;
+  if (avformat_alloc_output_context2(&trial, of, nullptr, nullptr) < 0) return false;
+  NullOutput sink;
+  constexpr int kBufferSize = 4096;
+  auto* buffer = static_cast<uint8_t*>(av_malloc(kBufferSize));
+  AVIOContext* pb = buffer != nullptr ? avio_alloc_context(buffer, kBufferSize, 1, &sink, nullptr,
+                                                           &NullOutput::Write, &NullOutput::Seek)
+                                      : nullptr;
+  bool ok = false;
+  AVStream* st = pb != nullptr ? avformat_new_stream(trial, nullptr) : nullptr;
+  if (st != nullptr && avcodec_parameters_copy(st->codecpar, in->codecpar) >= 0) {
+    st->codecpar->codec_tag = 0;
+    st->time_base = in->time_base;
+    trial->pb = pb;
+    const int level = av_log_get_level();
+    av_log_set_level(AV_LOG_QUIET);
+    ok = avformat_init_output(trial, nullptr) >= 0;
+    av_log_set_level(level);
+  }
+  if (pb != nullptr) {
+    av_freep(&pb->buffer);
+    avio_context_free(&pb);
+  } else {
+    av_free(buffer);
+  }
+  trial->pb = nullptr;
+  avformat_free_context(trial);
+  return ok;
+}
 
 const AVCodec* PickAudioEncoder(const AVFormatContext* out) {
   const AVOutputFormat* of = out->oformat;
@@ -192,7 +267,7 @@ bool AudioTranscoder::Open(AVFormatContext* out, const AVStream* in, int64_t ori
 
 bool AudioTranscoder::Write(AVPacket* packet, std::string* error) {
   // An empty packet would put the decoder into draining mode for good.
-  if (dec_ == nullptr || finished_ || packet->size <= 0) {
+  if (stream_ == nullptr || finished_ || packet == nullptr || packet->size <= 0) {
     av_packet_free(&packet);
     return true;
   }
@@ -211,13 +286,15 @@ bool AudioTranscoder::Write(AVPacket* packet, std::string* error) {
 }
 
 bool AudioTranscoder::Decoded(std::string* error) {
-  for (;;) {
+  for (int errors = 0;;) {
     int rc = avcodec_receive_frame(dec_, in_frame_);
     if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return true;
     if (rc < 0) {
-      // A damaged packet: its sound is lost, the rest goes on.
+      // A damaged packet: its sound is lost, the rest goes on. A decoder that does nothing but
+      // fail is left alone until the next packet.
       ++skipped_;
-      return true;
+      if (++errors == 16) return true;
+      continue;
     }
     bool ok = Convert(in_frame_, error);
     av_frame_unref(in_frame_);

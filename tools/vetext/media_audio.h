@@ -20,6 +20,11 @@ struct SwrContext;
 
 namespace vetext_tool {
 
+// True when `out`'s container takes `in`'s packets as they are: it has a tag for the codec, its
+// muxer sets the stream up without complaint (some accept a tag only as experimental), and the
+// mapping is one other players read.
+bool CanCopyAudio(const AVFormatContext* out, const AVStream* in);
+
 // The audio encoder a container takes for re-encoded sound: AAC where it is accepted, then the
 // container's own default, MP3, AC-3 and 16-bit PCM. Null when none of them fits or is built in.
 const AVCodec* PickAudioEncoder(const AVFormatContext* out);

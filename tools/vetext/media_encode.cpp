@@ -134,7 +134,7 @@ bool VideoWriter::Open(const std::string& path, int32_t width, int32_t height, A
   if (audio_in != nullptr) {
     // Stream copy when the container accepts the codec; otherwise the sound is re-encoded, and
     // when even that cannot be done it is left out rather than failing the whole render.
-    if (avformat_query_codec(of, audio_in->codecpar->codec_id, FF_COMPLIANCE_NORMAL) == 1) {
+    if (CanCopyAudio(fmt_, audio_in)) {
       audio_ = avformat_new_stream(fmt_, nullptr);
       if (audio_ == nullptr) return fail("out of memory");
       rc = avcodec_parameters_copy(audio_->codecpar, audio_in->codecpar);
