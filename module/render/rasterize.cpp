@@ -135,6 +135,16 @@ void BlendReducedRowSse2(const uint8_t* t, const uint8_t* b, const uint8_t top[4
     spread(b4, &bl, &bh);
     const __m128i dp = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d));
     __m128i out[2];
+    if (_mm_movemask_epi8(_mm_cmpeq_epi8(dp, zero)) == 0xFFFF) {
+      // Nothing drawn here yet (most of a glyph: glyphs seldom share pixels): the colour alone,
+      // as the full formula gives with d = 0.
+      for (int h = 0; h < 2; ++h) {
+        const __m128i tw = h ? th : tl, bw = h ? bh : bl;
+        out[h] = Div255x16(_mm_add_epi16(_mm_mullo_epi16(tc, tw), _mm_mullo_epi16(bc, bw)));
+      }
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm_packus_epi16(out[0], out[1]));
+      continue;
+    }
     for (int h = 0; h < 2; ++h) {
       const __m128i tw = h ? th : tl, bw = h ? bh : bl;
       const __m128i d16 = h ? _mm_unpackhi_epi8(dp, zero) : _mm_unpacklo_epi8(dp, zero);

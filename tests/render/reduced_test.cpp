@@ -135,6 +135,7 @@ TEST(ReducedRaster, SimdRowBlendEqualsScalar) {
       for (int i = 0; i < n; ++i) {  // destination premultiplied: colour <= alpha
         uint8_t* p = &d[size_t(i) * 4];
         for (int k = 0; k < 3; ++k) p[k] = std::min(p[k], p[3]);
+        if ((i / 4) % 2 == 0) std::fill(p, p + 4, uint8_t{0});  // nothing drawn here yet
       }
       const uint8_t top[4] = {250, 20, 128, 255}, bot[4] = {0, 200, 33, 255};
       std::vector<uint8_t> a = d, s = d;
