@@ -175,11 +175,11 @@ void BuildTextLayout(const uint8_t* block, size_t size, LayoutRecord& out, Input
       KTE::DocumentPtr doc = KTE::MakeDocument(block, size);
       LayoutRecord composed;
       KTE::Compose(*doc, composed);
-      std::u16string text = LayoutToText(composed);
-      if (!AddEntry(suites, key, text)) return;
-      // The entry now holds exactly this text; reading it back from here gives the same record
-      // as reading the buffer, and does not depend on the entry surviving eviction.
-      TextToLayout(text.data(), text.size(), out);
+      if (!AddEntry(suites, key, LayoutToText(composed))) return;
+      // The layout text holds every field exactly (floats through shortest round-trip
+      // doubles), so the composed record is the one a later hit reads back; the layout cache
+      // tests hold the two side by side.
+      out = std::move(composed);
       return;
     }
   }

@@ -135,6 +135,13 @@ TEST_F(LayoutCacheTest, ComposesOnceAndServesHitsFromTheCache) {
   std::memcpy(text.data(), static_cast<uint8_t*>(p) + 8, count);
   EXPECT_EQ(text.substr(0, 15), u"{\"mCharacters\":");
   host_.cache().pix_suite()->dispose(h);
+  // The record a miss hands out is the one hits read back, also for fallback fonts, right to
+  // left text and fractional positions.
+  const std::vector<uint8_t> mixed =
+      Block(u"Mixed \u0645\u0631\u062D\u0628\u0627 \u65E5\u672C 0.5", 37.3f);
+  const LayoutRecord miss = Build(mixed);
+  ASSERT_GT(miss.mCharacters.size(), 10u);
+  EXPECT_EQ(Build(mixed), miss);
 }
 
 TEST_F(LayoutCacheTest, BlocksDifferingInOneByteGetTwoEntries) {
