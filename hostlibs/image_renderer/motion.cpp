@@ -176,14 +176,21 @@ bool OneToOne(const Mapping& m) {
   return m.bx == 1.0 && m.cy == 1.0 && m.cx == 0.0 && m.by == 0.0;
 }
 
-// Whether the 2 x 2 footprint of a bilinear sample (two pixels at p, two at q) is all zero. Such
-// a sample leaves the destination as it is (d * 1 + 0 + 0.5, truncated, is d), so the kernels
-// skip it: most of a turned text's bounding box is the transparent space around the glyphs.
-inline bool Transparent(const uint8_t* p, const uint8_t* q) {
+// What the 2 x 2 footprint of a bilinear sample (two pixels at p, two at q) holds. All zero:
+// the sample leaves the destination as it is (d * 1 + 0 + 0.5, truncated, is d), so the kernels
+// skip it; most of a turned text's bounding box is the transparent space around the glyphs.
+// Four equal pixels: the sample is that pixel whatever the weights, which both kernels take as
+// it is (the inside of a glyph's fill or stroke, most of what is not transparent).
+enum class Footing { kClear, kUniform, kMixed };
+
+inline Footing FootingOf(const uint8_t* p, const uint8_t* q) {
   uint64_t a, b;
   std::memcpy(&a, p, 8);
   std::memcpy(&b, q, 8);
-  return (a | b) == 0;
+  if ((a | b) == 0) return Footing::kClear;
+  if (a == b && static_cast<uint32_t>(a) == static_cast<uint32_t>(a >> 32))
+    return Footing::kUniform;
+  return Footing::kMixed;
 }
 
 }  // namespace
@@ -220,13 +227,19 @@ void BlendRowScalar(const uint8_t* base, int32_t wp, int32_t hp, float u0, float
     const uint8_t* p = f.p;
     const uint8_t* q = f.p + stride;
     const float fu = f.fu, fv = f.fv;
-    if (Transparent(p, q)) {
+    const Footing footing = FootingOf(p, q);
+    if (footing == Footing::kClear) {
       d += 4;
       continue;
     }
-    const float w00 = (1 - fu) * (1 - fv), w01 = fu * (1 - fv), w10 = (1 - fu) * fv, w11 = fu * fv;
     float s[4];
-    for (int c = 0; c < 4; ++c) s[c] = w00 * p[c] + w01 * p[4 + c] + w10 * q[c] + w11 * q[4 + c];
+    if (footing == Footing::kUniform) {
+      for (int c = 0; c < 4; ++c) s[c] = p[c];
+    } else {
+      const float w00 = (1 - fu) * (1 - fv), w01 = fu * (1 - fv), w10 = (1 - fu) * fv,
+                  w11 = fu * fv;
+      for (int c = 0; c < 4; ++c) s[c] = w00 * p[c] + w01 * p[4 + c] + w10 * q[c] + w11 * q[4 + c];
+    }
     // Colour and alpha follow the same rule: out = dst * (1 - a * op) + src * op, the source
     // being premultiplied (its alpha channel is a itself).
     const float keep = 1.0f - s[3] * k255;
@@ -248,6 +261,8 @@ void BlendRowSse2(const uint8_t* base, int32_t wp, int32_t hp, float u0, float d
   const __m128i zero = _mm_setzero_si128();
   const __m128 one = _mm_set1_ps(1.0f), half = _mm_set1_ps(0.5f), top = _mm_set1_ps(255.0f);
   const __m128 op = _mm_set1_ps(opacity), k = _mm_set1_ps(k255);
+  // Whether an opaque uniform sample is a plain copy (see below); checked, not assumed.
+  const bool opaque_copy = opacity == 1.0f && 1.0f - 255.0f * k255 == 0.0f;
   auto load = [zero](const uint8_t* p) {
     int32_t v;
     std::memcpy(&v, p, 4);
@@ -261,16 +276,29 @@ void BlendRowSse2(const uint8_t* base, int32_t wp, int32_t hp, float u0, float d
     const uint8_t* p = f.p;
     const uint8_t* q = f.p + stride;
     const float fu = f.fu, fv = f.fv;
-    if (Transparent(p, q)) {
+    const Footing footing = FootingOf(p, q);
+    if (footing == Footing::kClear) {
       d += 4;
       continue;
     }
-    const __m128 w00 = _mm_set1_ps((1 - fu) * (1 - fv)), w01 = _mm_set1_ps(fu * (1 - fv)),
-                 w10 = _mm_set1_ps((1 - fu) * fv), w11 = _mm_set1_ps(fu * fv);
-    __m128 s = _mm_mul_ps(w00, load(p));
-    s = _mm_add_ps(s, _mm_mul_ps(w01, load(p + 4)));
-    s = _mm_add_ps(s, _mm_mul_ps(w10, load(q)));
-    s = _mm_add_ps(s, _mm_mul_ps(w11, load(q + 4)));
+    __m128 s;
+    if (footing == Footing::kUniform) {
+      if (opaque_copy && p[3] == 255) {
+        // keep = 1 - 255 * (1 / 255) is exactly 0 in single precision, so the formula gives
+        // p + 0.5 truncated: the pixel itself.
+        std::memcpy(d, p, 4);
+        d += 4;
+        continue;
+      }
+      s = load(p);
+    } else {
+      const __m128 w00 = _mm_set1_ps((1 - fu) * (1 - fv)), w01 = _mm_set1_ps(fu * (1 - fv)),
+                   w10 = _mm_set1_ps((1 - fu) * fv), w11 = _mm_set1_ps(fu * fv);
+      s = _mm_mul_ps(w00, load(p));
+      s = _mm_add_ps(s, _mm_mul_ps(w01, load(p + 4)));
+      s = _mm_add_ps(s, _mm_mul_ps(w10, load(q)));
+      s = _mm_add_ps(s, _mm_mul_ps(w11, load(q + 4)));
+    }
     const __m128 a = _mm_shuffle_ps(s, s, _MM_SHUFFLE(3, 3, 3, 3));
     const __m128 keep = _mm_sub_ps(one, _mm_mul_ps(a, k));
     __m128 o = _mm_add_ps(_mm_add_ps(_mm_mul_ps(load(d), keep), _mm_mul_ps(s, op)), half);

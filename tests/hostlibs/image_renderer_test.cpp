@@ -372,16 +372,26 @@ TEST(IRMotionKernels, SimdRowEqualsScalarRow) {
   for (int32_t y = 1; y < hp - 1; ++y)
     for (int32_t x = 1; x < wp - 1; ++x) {
       uint8_t* p = &src[(static_cast<size_t>(y) * wp + x) * 4];
-      p[3] = static_cast<uint8_t>((x * 37 + y * 11) % 256);
-      for (int c = 0; c < 3; ++c) p[c] = static_cast<uint8_t>(p[3] * ((x + c * y) % 5) / 4);
+      // The right half is made of 4 x 4 blocks of one pixel each, opaque and translucent, so
+      // that many samples see four equal pixels (the inside of a glyph).
+      const int32_t bx = x < wp / 2 ? x : x / 4 * 4, by = x < wp / 2 ? y : y / 4 * 4;
+      p[3] = (x >= wp / 2 && (bx / 4) % 2 == 0) ? 255
+                                                : static_cast<uint8_t>((bx * 37 + by * 11) % 256);
+      for (int c = 0; c < 3; ++c) p[c] = static_cast<uint8_t>(p[3] * ((bx + c * by) % 5) / 4);
     }
   struct Row {
     float u0, du, v0, dv, opacity;
   };
   // Upright, turned, magnified, running off every edge, half opaque.
-  const Row rows[] = {{0.0f, 1.0f, 5.0f, 0.0f, 1.0f},      {-3.5f, 0.87f, 2.2f, 0.5f, 0.7f},
-                      {30.0f, -0.31f, 28.9f, -0.2f, 1.0f}, {-5.0f, 0.25f, -2.0f, 0.6f, 0.5f},
-                      {10.3f, 0.0f, 3.7f, 0.0f, 0.33f},    {-1e6f, 1e5f, 1e6f, -1e5f, 1.0f}};
+  const Row rows[] = {{0.0f, 1.0f, 5.0f, 0.0f, 1.0f},
+                      {-3.5f, 0.87f, 2.2f, 0.5f, 0.7f},
+                      {30.0f, -0.31f, 28.9f, -0.2f, 1.0f},
+                      {-5.0f, 0.25f, -2.0f, 0.6f, 0.5f},
+                      {10.3f, 0.0f, 3.7f, 0.0f, 0.33f},
+                      {-1e6f, 1e5f, 1e6f, -1e5f, 1.0f},
+                      // Across the blocks, opaque and faded.
+                      {18.0f, 0.3f, 4.1f, 0.2f, 1.0f},
+                      {21.3f, 0.27f, 24.0f, -0.31f, 0.8f}};
   for (const Row& r : rows) {
     std::vector<uint8_t> a(64 * 4), b;
     for (size_t i = 0; i < a.size(); ++i) a[i] = static_cast<uint8_t>(i * 29 + 3);
