@@ -83,6 +83,14 @@ vetext_test::Buffer ToBuffer(const Frame& f) {
   return b;
 }
 
+int MaxDifference(const Frame& a, const Frame& b) {
+  int worst = 0;
+  for (int32_t y = 0; y < a.height(); ++y)
+    for (int32_t i = 0; i < a.width() * 4; ++i)
+      worst = std::max(worst, std::abs(int(a.row(y)[i]) - int(b.row(y)[i])));
+  return worst;
+}
+
 class RenderHost : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
@@ -360,13 +368,8 @@ TEST_F(RenderHost, ATurnedTextThatStaysIsResampledOnceThenBlended) {
   EXPECT_GT(a1, a0);
   EXPECT_EQ(a2, a1 + 1);
   EXPECT_EQ(adds(), a2);
-  int worst = 0;
-  for (int32_t y = 0; y < 360; ++y) {
-    ASSERT_EQ(0, std::memcmp(second.row(y), third.row(y), 640 * 4));
-    for (int32_t i = 0; i < 640 * 4; ++i)
-      worst = std::max(worst, std::abs(int(first.row(y)[i]) - int(third.row(y)[i])));
-  }
-  EXPECT_LE(worst, 1);
+  EXPECT_EQ(MaxDifference(second, third), 0);
+  EXPECT_LE(MaxDifference(first, third), 1);
   EXPECT_GT(InkOf(third, bg_).count, 1000);
   // Fading reuses the layer; turning further starts over with a mark.
   Set(8, 50);
@@ -406,11 +409,9 @@ TEST_F(RenderHost, FourThreadsRenderWhileTheCacheEvicts) {
       for (int round = 0; round < 12; ++round) {
         int i = (t + round) % 4;
         if (insts[i]->Render(0, in, out) != 0) ++bad;
-        for (int32_t y = 0; y < 180; ++y)
-          if (std::memcmp(out.row(y), expected[i].row(y), 320 * 4) != 0) {
-            ++bad;
-            break;
-          }
+        // A turned text may come from its placed layer, which is within one unit of the
+        // direct composite that made the expected frame.
+        if (MaxDifference(out, expected[i]) > 1) ++bad;
       }
     });
   for (auto& th : threads) th.join();
