@@ -92,11 +92,12 @@ class BoundedStream {
 
 // ---- numbers ----
 //
-// RapidJSON checks the number grammar and gives integers exactly; doubles are converted again
-// here from the token. Its full-precision conversion indexes its table of powers of ten out of
-// bounds for a fraction with many leading zeros ("0.000...1e-300"), and its normal-precision
-// one (used for the grammar pass) is off by a few ulps, which would break the bit-exact round
-// trip of written doubles. std::from_chars is correctly rounded and ignores the locale.
+// RapidJSON checks the number grammar and gives integers exactly; doubles it cannot have got
+// exactly are converted again here from the token. Its full-precision conversion indexes its table
+// of powers of ten out of bounds for a fraction with many leading zeros ("0.000...1e-300"), and its
+// normal-precision one (used for the grammar pass) is off by a few ulps, which would break the
+// bit-exact round trip of written doubles. std::from_chars is correctly rounded and ignores the
+// locale.
 
 bool IsNumberUnit(char16_t c) {
   return (c >= '0' && c <= '9') || c == '.' || c == 'e' || c == 'E' || c == '+' || c == '-';
@@ -127,15 +128,50 @@ bool AtLeastOne(std::string_view t) {
   return order + exp > 0;
 }
 
+// Whether the parser's own value of a token is already the correctly rounded one: a significand
+// of at most 15 digits (exact below 2^53, and RapidJSON accumulates it exactly) scaled by a
+// power of ten within 10^22 (exact too) takes one IEEE multiplication or division, which
+// rounds correctly. Most numbers of a layout text are such short decimals.
+bool ParserValueIsExact(const char16_t* first, const char16_t* end) {
+  int digits = 0, fraction = 0;
+  bool in_fraction = false;
+  const char16_t* c = first;
+  if (c < end && *c == '-') ++c;
+  for (; c < end && *c != 'e' && *c != 'E'; ++c) {
+    if (*c == '.') {
+      in_fraction = true;
+      continue;
+    }
+    if (digits > 0 || *c != '0') ++digits;  // leading zeros add nothing to the significand
+    if (in_fraction) ++fraction;
+  }
+  if (digits > 15) return false;
+  int exp = 0;
+  if (c < end) {
+    ++c;
+    const bool minus = c < end && *c == '-';
+    if (c < end && (*c == '-' || *c == '+')) ++c;
+    if (end - c > 4) return false;  // beyond any exponent that could qualify
+    for (; c < end; ++c) exp = exp * 10 + (*c - '0');
+    if (minus) exp = -exp;
+  }
+  const int p = exp - fraction;
+  return p >= -22 && p <= 22;
+}
+
 // The double of the number token that ends at `end` (the parser has just taken it, so the
 // token is the run of number units before `end`, and what precedes it, a bracket, comma, colon,
-// space or the start, is none). False for a value beyond the largest double; underflow gives a
-// signed zero.
-bool TokenDouble(const char16_t* begin, const char16_t* end, double* out) {
+// space or the start, is none); `parsed` is the parser's own value. False for a value beyond
+// the largest double; underflow gives a signed zero.
+bool TokenDouble(const char16_t* begin, const char16_t* end, double parsed, double* out) {
   const char16_t* first = end;
   while (first > begin && IsNumberUnit(first[-1])) --first;
   const size_t n = static_cast<size_t>(end - first);
   if (n == 0) return false;
+  if (ParserValueIsExact(first, end)) {
+    *out = parsed;
+    return true;
+  }
   // Tokens are short; a long one (hundreds of digits) takes the heap.
   char small[64];
   std::string large;
@@ -173,9 +209,9 @@ class TreeBuilder {
       return Add(boost::make_shared<Variant>(static_cast<int64_t>(u)));
     return Add(boost::make_shared<Variant>(u));
   }
-  bool Double(double) {
+  bool Double(double parsed) {
     double d;
-    return TokenDouble(stream_.Begin(), stream_.Cursor(), &d) &&
+    return TokenDouble(stream_.Begin(), stream_.Cursor(), parsed, &d) &&
            Add(boost::make_shared<Variant>(d));
   }
   bool RawNumber(const Ch*, rapidjson::SizeType, bool) { return false; }
@@ -525,9 +561,9 @@ class Forwarder {
       return h_.Int64(static_cast<int64_t>(u));
     return h_.Uint64(u);
   }
-  bool Double(double) {
+  bool Double(double parsed) {
     double d;
-    return TokenDouble(stream_.Begin(), stream_.Cursor(), &d) && h_.Double(d);
+    return TokenDouble(stream_.Begin(), stream_.Cursor(), parsed, &d) && h_.Double(d);
   }
   bool RawNumber(const Ch*, rapidjson::SizeType, bool) { return false; }
   bool String(const Ch* s, rapidjson::SizeType n, bool) {

@@ -1,9 +1,11 @@
 // The JSON value model: parse and write UTF-16 text, number kinds, member order, bad input.
 #include <gtest/gtest.h>
 
+#include <charconv>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <random>
 
 #include "vetext/vxcore.h"
 
@@ -87,6 +89,30 @@ TEST(JsonParse, NumbersAtTheEdgesOfTheDoubleRangeAreCorrectlyRounded) {
   for (const std::u16string& big : {std::u16string(u"1e309"), std::u16string(u"1.8e308"),
                                     u"1" + zeros400, std::u16string(u"-9.9e308")})
     EXPECT_FALSE(JSONParse(u"[" + big + u"]")) << vxcore::UTF16ToUTF8(big);
+}
+
+TEST(JsonParse, ShortAndLongDecimalsAreCorrectlyRounded) {
+  // Significands of 1 to 18 digits at decimal exponents around the range where a single
+  // multiplication or division by a power of ten is exact: every value must be the correctly
+  // rounded one (std::from_chars is the reference).
+  std::mt19937_64 rng(5);
+  for (int i = 0; i < 4000; ++i) {
+    const int digits = 1 + int(rng() % 18);
+    std::string significand;
+    for (int k = 0; k < digits; ++k)
+      significand += char('0' + (k == 0 ? 1 + rng() % 9 : rng() % 10));
+    const int point = int(rng() % (digits + 1));  // digits before the point
+    const int exp = int(rng() % 61) - 30;
+    std::string text = (rng() % 2 ? "-" : "") + significand.substr(0, size_t(point)) + "." +
+                       significand.substr(size_t(point)) + "e" + std::to_string(exp);
+    if (point == 0) text.insert(text[0] == '-' ? 1 : 0, "0");
+    if (point == digits) text.insert(text.find('.') + 1, "0");
+    double want = 0;
+    ASSERT_EQ(std::from_chars(text.data(), text.data() + text.size(), want).ec, std::errc());
+    VariantPtr v = JSONParse(vxcore::UTF8ToUTF16("[" + text + "]"));
+    ASSERT_TRUE(v) << text;
+    EXPECT_EQ(boost::any_cast<double>(*AsArray(v).at(0)), want) << text;
+  }
 }
 
 TEST(JsonRoundTrip, EveryNumberKindAndStringReadsBackEqual) {
