@@ -81,6 +81,10 @@ TEST_F(RenderCli, BadOptionsFailWithAClearMessage) {
       {{"render", "--rotation", "10", "--rotation", "0=5"}, 1, "cannot be combined"},
       {{"render", "--frame-size", "640by480"}, 1, "bad frame size '640by480'"},
       {{"render", "--frame-size", "0x480"}, 1, "bad frame size"},
+      {{"render", "--size", "64x4x4"}, 1, "bad frame size '64x4x4'"},
+      {{"render", "--size", "64x64", "--frame-size", "64x64"}, 1, "keep one"},
+      {{"render", "--size", "big"}, 2, "'big' is neither a font size nor WxH"},
+      {{"doc", "--size", "64x64"}, 1, "--size 64x64 is a frame size"},
       {{"render", "--background", "plaid"}, 1, "bad --background 'plaid'"},
       {{"render", "--output", "x.jpg"}, 1, "pictures are written as PNG"},
       {{"render", "--output", "x.mp4", "--time", "1"}, 1, "--time picks the picture"},
@@ -128,7 +132,8 @@ TEST_F(RenderCli, NoArgumentsRendersTheDefaultTextOverThePatternIntoVetextPng) {
 }
 
 TEST_F(RenderCli, TextPixelsSitInTheMiddleOfAPictureOfTheRightSize) {
-  Result r = Run({"render", "--text", "MIDDLE", "--frame-size", "640x360", "--background",
+  // --size takes the frame size as WxH, next to --frame-size.
+  Result r = Run({"render", "--text", "MIDDLE", "--size", "640x360", "--background",
                   "color:#202020", "--output", "a.png"});
   ASSERT_EQ(r.rc, 0) << r.err;
   Image out = ReadPicture(Path("a.png"));

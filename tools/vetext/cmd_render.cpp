@@ -407,10 +407,8 @@ void Register(CLI::App& app) {
                   "gradient:#RRGGBB,#RRGGBB")
       ->capture_default_str()
       ->group(media);
-  // "--size" belongs to the document options when they use it for the font size.
-  const bool size_free = sub->get_option_no_throw("--size") == nullptr;
-  sub->add_option(size_free ? "--size,--frame-size" : "--frame-size", args->size,
-                  "Without --input: frame size WxH")
+  // "--size" is the document options' font size; given as WxH it is the frame size too.
+  sub->add_option("--frame-size", args->size, "Without --input: frame size WxH (also --size WxH)")
       ->capture_default_str()
       ->group(media);
   sub->add_option("--duration", args->duration,
@@ -463,10 +461,21 @@ void Register(CLI::App& app) {
     o->allow_extra_args(false)->take_all()->type_size(1)->expected(1);
 
   sub->final_callback([sub, args, doc_options]() {
+    if (args->doc.frame_size) {
+      if (sub->get_option("--frame-size")->count() > 0) {
+        SetExitStatus(Fail("--size WxH and --frame-size both give the frame size; keep one"));
+        return;
+      }
+      args->size = *args->doc.frame_size;
+      args->doc.frame_size.reset();
+      args->given.insert("size");
+    }
     for (const CLI::Option* o : sub->get_options()) {
       if (o->count() == 0) continue;
       if (doc_options.count(o)) {
-        if (o->get_name() != "--help") args->doc_given = true;
+        // A frame size given as --size WxH leaves the document alone.
+        const bool font_size = o->get_name() != "--size" || args->doc.size.has_value();
+        if (o->get_name() != "--help" && font_size) args->doc_given = true;
       } else {
         args->given.insert(o->get_name());
       }

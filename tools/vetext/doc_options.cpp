@@ -87,8 +87,20 @@ void AddDocumentOptions(CLI::App& app, DocumentOptions& o) {
          "--font", [&o](const std::string& v) { o.font = v; },
          "Font family, resolved through the font server")
       ->group(g);
-  app.add_option_function<double>(
-         "--size", [&o](const double& v) { o.size = v; }, "Font size in pixels")
+  app.add_option_function<std::string>(
+         "--size",
+         [&o](const std::string& v) {
+           // Two numbers joined by an x are a frame size; anything else must be a font size.
+           if (v.find_first_of("xX") != std::string::npos) {
+             o.frame_size = v;
+             return;
+           }
+           double size = 0;
+           if (!CLI::detail::lexical_cast(v, size))
+             throw CLI::ValidationError("--size", "'" + v + "' is neither a font size nor WxH");
+           o.size = size;
+         },
+         "Font size in pixels; WxH: the frame size (see --frame-size)")
       ->group(g);
   app.add_option_function<std::string>(
          "--fill", [&o](const std::string& v) { o.fill = ColorOption("--fill", v); },
@@ -146,6 +158,9 @@ void AddDocumentOptions(CLI::App& app, DocumentOptions& o) {
 }
 
 vetext::DocumentRecord BuildDocument(const DocumentOptions& o) {
+  if (o.frame_size)
+    throw std::runtime_error("--size " + *o.frame_size +
+                             " is a frame size; give the font size in pixels, like --size 48");
   vetext::DocumentRecord doc;
   if (!o.from.empty()) {
     const std::vector<uint8_t> bytes = ReadBytes(o.from);

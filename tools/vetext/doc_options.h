@@ -22,6 +22,9 @@ struct DocumentOptions {
   std::optional<std::string> text;
   std::optional<std::string> font;
   std::optional<double> size;
+  // `--size WxH`: a frame size rather than a font size. Commands that draw over a generated
+  // background take it as their frame size; the others refuse it.
+  std::optional<std::string> frame_size;
   std::optional<Rgb> fill, stroke;
   std::optional<double> stroke_width, leading, tracking, kerning, baseline_shift;
   std::optional<bool> fill_over_stroke;
