@@ -508,17 +508,38 @@ void Reduce(const uint8_t* src, ptrdiff_t src_row_bytes, int32_t w, int32_t h, i
   other.join();
 }
 
+void RowExtent(const uint8_t* row, int32_t n, int32_t* first, int32_t* end) {
+  auto zero_at = [row](int32_t i) {
+    uint32_t v;
+    std::memcpy(&v, row + static_cast<size_t>(i) * 4, 4);
+    return v == 0;
+  };
+  int32_t a = 0, b = n;
+#if defined(__SSE2__)
+  // Four pixels at a time: most of a text row is transparent, and a row between two lines is
+  // transparent throughout.
+  const __m128i zero = _mm_setzero_si128();
+  auto empty4 = [row, zero](int32_t i) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + size_t(i) * 4));
+    return _mm_movemask_epi8(_mm_cmpeq_epi32(v, zero)) == 0xffff;
+  };
+  while (a + 4 <= b && empty4(a)) a += 4;
+#endif
+  while (a < b && zero_at(a)) ++a;
+#if defined(__SSE2__)
+  while (b - 4 >= a && empty4(b - 4)) b -= 4;
+#endif
+  while (b > a && zero_at(b - 1)) --b;
+  *first = a;
+  *end = b;
+}
+
 void ComputeSpans(const IR_Prefiltered& src, int32_t* spans) {
   const auto* base = static_cast<const uint8_t*>(src.data);
   const size_t stride = static_cast<size_t>(src.width + 2) * 4;
-  for (int32_t i = 0; i < src.height; ++i) {
-    const uint32_t* row = reinterpret_cast<const uint32_t*>(base + (i + 1) * stride) + 1;
-    int32_t a = 0, b = src.width;
-    while (a < b && row[a] == 0) ++a;
-    while (b > a && row[b - 1] == 0) --b;
-    spans[2 * i] = a;
-    spans[2 * i + 1] = b;
-  }
+  for (int32_t i = 0; i < src.height; ++i)
+    RowExtent(base + static_cast<size_t>(i + 1) * stride + 4, src.width, &spans[2 * i],
+              &spans[2 * i + 1]);
 }
 
 bool AlignedShift(const Placement& pl, int32_t fx, int32_t fy, int32_t steps, int32_t* shift_x,

@@ -84,6 +84,10 @@ VX_API void CompositeLayer(const IR_Prefiltered& layer, int32_t x, int32_t y, ui
 VX_API bool AlignedShift(const Placement& pl, int32_t fx, int32_t fy, int32_t steps,
                          int32_t* shift_x, int32_t* shift_y);
 
+// The first pixel of a row of n packed 4-byte pixels that is not all zero, and one past the last
+// such pixel; *first == *end when the whole row is zero.
+VX_API void RowExtent(const uint8_t* row, int32_t n, int32_t* first, int32_t* end);
+
 // The row spans of a reduction (see IR_Prefiltered::row_spans).
 VX_API void ComputeSpans(const IR_Prefiltered& src, int32_t* spans);
 

@@ -1,11 +1,13 @@
 // The host's per-frame shortcuts against the plain behaviour they stand for: cache buffers that
 // are recycled come back zeroed and never while someone still reads them; a whole-frame copy in
 // one block keeps the visual row order of bottom-up frames; the compositor's kernels skip only
-// samples whose whole footprint is transparent.
+// samples whose whole footprint is transparent, and its row extents, found four pixels at a
+// time, are those of a pixel-by-pixel scan.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -199,5 +201,33 @@ TEST(CompositorSkip, KernelsAgreeOnSparseSourcesAlongTurnedRows) {
   EXPECT_GT(changed, 8);  // the rows do cross the islands
 }
 #endif
+
+TEST(CompositorSkip, RowExtentsMatchAPixelByPixelScan) {
+  // Rows of every width from 0 to 40 with zero, one or two marked pixels anywhere, including
+  // the first and last pixel and pixels inside one 4-pixel group; a marked pixel has a single
+  // non-zero byte, so that a test of only some channels would miss it.
+  std::mt19937 rng(17);
+  for (int32_t n = 0; n <= 40; ++n)
+    for (int trial = 0; trial < 60; ++trial) {
+      // Pixels past the end are not zero: a scan that reads beyond the row finds them.
+      std::vector<uint8_t> row(size_t(n) * 4 + 16, 0);
+      std::fill(row.end() - 16, row.end(), uint8_t{0xee});
+      const int marks = n == 0 ? 0 : trial % 3;
+      for (int k = 0; k < marks; ++k) {
+        const int32_t x = trial < 6 ? (k ? n - 1 : 0) : int32_t(rng() % uint32_t(n));
+        row[size_t(x) * 4 + rng() % 4] = uint8_t(1 + rng() % 255);
+      }
+      int32_t want_a = 0, want_b = n;
+      auto zero = [&](int32_t x) {
+        return !(row[x * 4] | row[x * 4 + 1] | row[x * 4 + 2] | row[x * 4 + 3]);
+      };
+      while (want_a < n && zero(want_a)) ++want_a;
+      while (want_b > want_a && zero(want_b - 1)) --want_b;
+      int32_t a = -1, b = -1;
+      ir::RowExtent(row.data(), n, &a, &b);
+      ASSERT_EQ(a, want_a) << "width " << n << " trial " << trial;
+      ASSERT_EQ(b, want_b) << "width " << n << " trial " << trial;
+    }
+}
 
 }  // namespace
