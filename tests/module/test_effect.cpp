@@ -17,65 +17,56 @@ namespace {
 [[maybe_unused]] const int kFontConfig =
     (setenv("FONTCONFIG_FILE", VETEXT_SOURCE_DIR "/fonts/fonts.conf", 0), 0);
 
-std::unique_ptr<vxhost::Module> Load(vxhost::Host& host) {
-  return vetext_test::LoadModule(host, vxhost::DefaultModulePath());
-}
+// A host with the module loaded; faults are switched on before the command they are meant for.
+struct Effect : testing::Test {
+  vxhost::Host host;
+  std::unique_ptr<vxhost::Module> m = vetext_test::LoadModule(host, vxhost::DefaultModulePath());
+  void SetUp() override { ASSERT_TRUE(m); }
+  std::unique_ptr<vxhost::Instance> SetUpInstance() {
+    EXPECT_EQ(m->Setup(), kStatusOk);
+    return m->CreateInstance();
+  }
+  vxhost::HostStats& stats() { return host.stats(); }
+};
 
 std::string Message(const OutputRecord& out) {
   return std::string(out.message, strnlen(out.message, sizeof out.message));
 }
 
-TEST(Lifecycle, SetupDeclaresTheEffectAndTeardownLeavesNothing) {
-  vxhost::Host host;
-  {
-    auto m = Load(host);
-    ASSERT_TRUE(m);
-    ASSERT_EQ(m->GlobalSetup(), kStatusOk);
-    const OutputRecord& out = m->last_output();
-    EXPECT_EQ(out.out_flags & kEffectGlobalOutFlags, kEffectGlobalOutFlags);
-    EXPECT_EQ(out.out_flags & kOutFlagDisplayMessage, 0u);
-    EXPECT_EQ(out.my_version, kEffectVersionWord);
-    EXPECT_EQ(m->supported_formats(), std::vector<uint32_t>{kPixelFormatBGRA});
-    EXPECT_EQ(host.stats().registrations.load(), 1);
-    EXPECT_EQ(host.stats().live_handles.load(), 1);  // the global data
-    ASSERT_EQ(m->ParamsSetup(), kStatusOk);
-    EXPECT_EQ(m->declared_param_count(), 11);
-    ASSERT_EQ(m->GlobalSetdown(), kStatusOk);
-    EXPECT_EQ(host.stats().registrations.load(), 0);
+TEST_F(Effect, SetupDeclaresTheEffectAndTeardownLeavesNothing) {
+  ASSERT_EQ(m->GlobalSetup(), kStatusOk);
+  const OutputRecord& out = m->last_output();
+  EXPECT_EQ(out.out_flags & kEffectGlobalOutFlags, kEffectGlobalOutFlags);
+  EXPECT_EQ(out.out_flags & kOutFlagDisplayMessage, 0u);
+  EXPECT_EQ(out.my_version, kEffectVersionWord);
+  EXPECT_EQ(m->supported_formats(), std::vector<uint32_t>{kPixelFormatBGRA});
+  EXPECT_EQ(stats().registrations.load(), 1);
+  EXPECT_EQ(stats().live_handles.load(), 1);  // the global data
+  ASSERT_EQ(m->ParamsSetup(), kStatusOk);
+  EXPECT_EQ(m->declared_param_count(), 11);
+  ASSERT_EQ(m->GlobalSetdown(), kStatusOk);
+  EXPECT_EQ(stats().registrations.load(), 0);
+  m.reset();
+  EXPECT_EQ(stats().live_handles.load(), 0);
+  EXPECT_EQ(stats().suites_acquired.load(), stats().suites_released.load());
+}
+
+TEST_F(Effect, FailedSetupUnregistersAndKeepsNothing) {
+  // A refused registration, then no memory for the global data.
+  for (bool refused : {true, false}) {
+    host.faults().registration_status = refused ? 7 : 0;
+    host.faults().fail_alloc_after = refused ? -1 : 0;
+    EXPECT_EQ(m->GlobalSetup(), refused ? 7 : kStatusOutOfMemory);
+    EXPECT_NE(m->last_output().out_flags & kOutFlagDisplayMessage, 0u);
+    EXPECT_EQ(Message(m->last_output()), "Text could not be initialized.");
+    EXPECT_EQ(stats().handles_allocated.load(), 0);
+    EXPECT_EQ(stats().registrations.load(), 0);
+    EXPECT_EQ(m->last_output().global_data, nullptr);
   }
-  EXPECT_EQ(host.stats().live_handles.load(), 0);
-  EXPECT_EQ(host.stats().suites_acquired.load(), host.stats().suites_released.load());
 }
 
-TEST(Lifecycle, RegistrationFailureAllocatesNothing) {
-  vxhost::Host host;
-  host.faults().registration_status = 7;
-  auto m = Load(host);
-  ASSERT_TRUE(m);
-  EXPECT_EQ(m->GlobalSetup(), 7);
-  EXPECT_NE(m->last_output().out_flags & kOutFlagDisplayMessage, 0u);
-  EXPECT_EQ(Message(m->last_output()), "Text could not be initialized.");
-  EXPECT_EQ(host.stats().handles_allocated.load(), 0);
-  EXPECT_EQ(host.stats().registrations.load(), 0);
-  EXPECT_EQ(m->last_output().global_data, nullptr);
-}
-
-TEST(Lifecycle, NoMemoryForGlobalDataUnregisters) {
-  vxhost::Host host;
-  host.faults().fail_alloc_after = 0;
-  auto m = Load(host);
-  ASSERT_TRUE(m);
-  EXPECT_EQ(m->GlobalSetup(), kStatusOutOfMemory);
-  EXPECT_EQ(Message(m->last_output()), "Text could not be initialized.");
-  EXPECT_EQ(host.stats().registrations.load(), 0);
-  EXPECT_EQ(host.stats().live_handles.load(), 0);
-}
-
-TEST(Lifecycle, MissingPixelFormatSuiteStillSetsUp) {
-  vxhost::Host host;
+TEST_F(Effect, MissingPixelFormatSuiteStillSetsUp) {
   host.faults().missing_suites = {"PF Pixel Format Suite"};
-  auto m = Load(host);
-  ASSERT_TRUE(m);
   EXPECT_EQ(m->GlobalSetup(), kStatusOk);
   EXPECT_NE(m->last_output().out_flags & kOutFlagDisplayMessage, 0u);
   EXPECT_EQ(Message(m->last_output()), "Not able to acquire VEFX Suite.");
@@ -83,67 +74,77 @@ TEST(Lifecycle, MissingPixelFormatSuiteStillSetsUp) {
   EXPECT_EQ(m->ParamsSetup(), kStatusOk);
 }
 
-TEST(Params, ElevenParametersWithLabelsDefaultsAndRanges) {
-  vxhost::Host host;
-  auto m = Load(host);
-  ASSERT_TRUE(m);
-  ASSERT_EQ(m->Setup(), kStatusOk);
-  const std::vector<ParamDef>& p = m->params();
-  ASSERT_EQ(p.size(), 11u);
-  const char* names[] = {"",        "Source Text",      "Transform", "Position",
-                         "Scale",   "Horizontal Scale", "",          "Rotation",
-                         "Opacity", "Anchor Point",     ""};
-  const ParamType types[] = {kParamTypeLayer,    kParamTypeArbitrary,   kParamTypeGroupStart,
-                             kParamTypePoint,    kParamTypeFixedSlider, kParamTypeFixedSlider,
-                             kParamTypeCheckbox, kParamTypeAngle,       kParamTypeFixedSlider,
-                             kParamTypePoint,    kParamTypeGroupEnd};
-  for (int i = 1; i < 11; ++i) {
-    EXPECT_EQ(p[i].id, i);
-    EXPECT_STREQ(p[i].name, names[i]) << i;
-    EXPECT_EQ(p[i].param_type, types[i]) << i;
+// The fields of a declared parameter that its type gives meaning to.
+std::vector<int64_t> TypedFields(const ParamDef& p) {
+  const FixedSliderDef& f = p.u.fd;
+  const PointDef& t = p.u.td;
+  switch (p.param_type) {
+    case kParamTypeFixedSlider:
+      return {f.value,      f.dephault,   f.valid_min, f.valid_max,
+              f.slider_min, f.slider_max, f.precision, f.display_flags};
+    case kParamTypePoint:
+      return {t.x_value, t.y_value, t.x_dephault, t.y_dephault, t.restrict_bounds};
+    case kParamTypeCheckbox:
+      return {p.u.bd.value, p.u.bd.dephault};
+    case kParamTypeAngle:
+      return {p.u.ad.dephault};
+    case kParamTypeArbitrary:
+      return {p.u.arb_d.id, int64_t(reinterpret_cast<uintptr_t>(p.u.arb_d.refcon))};
+    default:
+      return {};
   }
-  EXPECT_EQ(p[1].ui_flags, uint32_t{kParamUIFlagControl});
-  EXPECT_EQ(p[1].u.arb_d.id, 1);
-  EXPECT_EQ(reinterpret_cast<uintptr_t>(p[1].u.arb_d.refcon), 2u);
-  EXPECT_EQ(p[3].u.td.x_dephault, 50 << 16);
-  EXPECT_EQ(p[3].u.td.y_dephault, 50 << 16);
-  EXPECT_EQ(p[3].u.td.restrict_bounds, 0);
-  EXPECT_EQ(p[4].u.fd.dephault, 100 << 16);
-  EXPECT_EQ(p[4].u.fd.valid_min, 25 << 16);
-  EXPECT_EQ(p[4].u.fd.valid_max, 400 << 16);
-  EXPECT_EQ(p[4].u.fd.slider_max, 400 << 16);
-  EXPECT_EQ(p[4].u.fd.display_flags, 0);
-  EXPECT_EQ(p[4].ui_flags, 0u);
-  EXPECT_EQ(p[5].ui_flags, uint32_t{kParamUIFlagDisabled});
-  EXPECT_EQ(p[6].flags, 0x42u);
-  EXPECT_EQ(p[6].u.bd.value, 1);
-  EXPECT_EQ(p[6].u.bd.dephault, 1);
-  ASSERT_NE(p[6].u.bd.name, nullptr);
-  EXPECT_STREQ(p[6].u.bd.name, "Uniform Scale");
-  EXPECT_EQ(p[7].u.ad.dephault, 0);
-  EXPECT_EQ(p[8].u.fd.valid_min, 0);
-  EXPECT_EQ(p[8].u.fd.valid_max, 100 << 16);
-  EXPECT_EQ(p[8].u.fd.precision, 1);
-  EXPECT_EQ(p[8].u.fd.display_flags, 1);
-  for (int i = 2; i < 11; ++i) EXPECT_EQ(p[i].flags, i == 6 ? 0x42u : 0u) << i;
-
-  EXPECT_EQ(m->LookupLabel(1), "Vertical Scale");
-  EXPECT_EQ(m->LookupLabel(10), "");
-  EXPECT_EQ(m->LookupLabel(22), "Tsume %");
-  EXPECT_EQ(m->LookupLabel(40), "Anchor Point");
-
-  // The Source Text default is the default document written out in full.
-  auto inst = m->CreateInstance();
-  ASSERT_TRUE(inst);
-  EXPECT_EQ(inst->ValueAt(1, 0).bytes, KTE::WriteDocument(*KTE::MakeDefaultDocument()));
 }
 
-TEST(Params, FailingAddOfScaleStopsSetupAndKeepsTheCount) {
-  vxhost::Host host;
+TEST_F(Effect, ParamsSetupDeclaresElevenParameters) {
+  auto inst = SetUpInstance();
+  ASSERT_TRUE(inst);
+  const std::vector<ParamDef>& p = m->params();
+  ASSERT_EQ(p.size(), 11u);
+  constexpr int64_t k25 = 25 << 16, k50 = 50 << 16, k100 = 100 << 16, k400 = 400 << 16;
+  const struct {
+    ParamType type;
+    const char* name;
+    uint32_t ui_flags, flags;
+    std::vector<int64_t> fields;
+  } kWant[] = {
+      {kParamTypeArbitrary, "Source Text", kParamUIFlagControl, 0, {1, 2}},
+      {kParamTypeGroupStart, "Transform", 0, 0, {}},
+      {kParamTypePoint, "Position", 0, 0, {k50, k50, k50, k50, 0}},
+      {kParamTypeFixedSlider, "Scale", 0, 0, {k100, k100, k25, k400, k25, k400, 0, 0}},
+      {kParamTypeFixedSlider,
+       "Horizontal Scale",
+       kParamUIFlagDisabled,
+       0,
+       {k100, k100, k25, k400, k25, k400, 0, 0}},
+      {kParamTypeCheckbox, "", 0, 0x42, {1, 1}},
+      {kParamTypeAngle, "Rotation", 0, 0, {0}},
+      {kParamTypeFixedSlider, "Opacity", 0, 0, {k100, k100, 0, k100, 0, k100, 1, 1}},
+      {kParamTypePoint, "Anchor Point", 0, 0, {k50, k50, k50, k50, 0}},
+      {kParamTypeGroupEnd, "", 0, 0, {}},
+  };
+  for (int i = 1; i < 11; ++i) {
+    const auto& want = kWant[i - 1];
+    EXPECT_EQ(p[i].id, i);
+    EXPECT_EQ(p[i].param_type, want.type) << i;
+    EXPECT_STREQ(p[i].name, want.name) << i;
+    EXPECT_EQ(p[i].ui_flags, want.ui_flags) << i;
+    EXPECT_EQ(p[i].flags, want.flags) << i;
+    EXPECT_EQ(TypedFields(p[i]), want.fields) << i;
+  }
+  ASSERT_NE(p[6].u.bd.name, nullptr);
+  EXPECT_STREQ(p[6].u.bd.name, "Uniform Scale");
+  // The Source Text default is the default document written out in full.
+  EXPECT_EQ(inst->ValueAt(1, 0).bytes, KTE::WriteDocument(*KTE::MakeDefaultDocument()));
+
+  // The labels the host finds in the table registered at global setup.
+  const std::pair<int32_t, std::string> kLabels[] = {
+      {1, "Vertical Scale"}, {10, ""}, {22, "Tsume %"}, {40, "Anchor Point"}};
+  for (const auto& [index, text] : kLabels) EXPECT_EQ(m->LookupLabel(index), text) << index;
+}
+
+TEST_F(Effect, FailingAddOfScaleStopsSetupAndKeepsTheCount) {
   host.faults().fail_add_param_at = 3;  // Source Text, Transform, Position, then Scale
   host.faults().add_param_status = -9;
-  auto m = Load(host);
-  ASSERT_TRUE(m);
   ASSERT_EQ(m->GlobalSetup(), kStatusOk);
   const int32_t before = m->declared_param_count();
   EXPECT_EQ(m->ParamsSetup(), -9);
@@ -151,38 +152,22 @@ TEST(Params, FailingAddOfScaleStopsSetupAndKeepsTheCount) {
   EXPECT_NE(before, 11);
 }
 
-TEST(Params, UniformScaleOffRelabelsAndEnables) {
-  vxhost::Host host;
-  auto m = Load(host);
-  ASSERT_TRUE(m);
-  ASSERT_EQ(m->Setup(), kStatusOk);
-  auto inst = m->CreateInstance();
+TEST_F(Effect, UniformScaleRelabelsAndDisables) {
+  auto inst = SetUpInstance();
   ASSERT_TRUE(inst);
-  vxhost::ParamValue off;
-  off.flag = false;
-  ASSERT_EQ(inst->SetValue(6, off), kStatusOk);
-  ASSERT_EQ(inst->Command(kCmdUpdateParamsUI, nullptr), kStatusOk);
-  EXPECT_STREQ(inst->ui_param(4).name, "Vertical Scale");
-  EXPECT_EQ(inst->ui_param(5).ui_flags, 0u);
-  EXPECT_STREQ(inst->ui_param(5).name, "Horizontal Scale");
-  EXPECT_DOUBLE_EQ(inst->ValueAt(4, 0).x, 100.0);
-  EXPECT_DOUBLE_EQ(inst->ValueAt(5, 0).x, 100.0);
-
-  vxhost::ParamValue on;
-  on.flag = true;
-  ASSERT_EQ(inst->SetValue(6, on), kStatusOk);
-  ASSERT_EQ(inst->Command(kCmdUpdateParamsUI, nullptr), kStatusOk);
-  EXPECT_STREQ(inst->ui_param(4).name, "Scale");
-  EXPECT_EQ(inst->ui_param(5).ui_flags, uint32_t{kParamUIFlagDisabled});
-  EXPECT_EQ(host.stats().suites_acquired.load(), host.stats().suites_released.load());
+  for (bool uniform : {false, true, false}) {
+    vxhost::ParamValue v;
+    v.flag = uniform;
+    ASSERT_EQ(inst->SetValue(6, v), kStatusOk);
+    ASSERT_EQ(inst->Command(kCmdUpdateParamsUI, nullptr), kStatusOk);
+    EXPECT_STREQ(inst->ui_param(4).name, uniform ? "Scale" : "Vertical Scale");
+    EXPECT_EQ(inst->ui_param(5).ui_flags, uniform ? uint32_t{kParamUIFlagDisabled} : 0u);
+  }
+  EXPECT_EQ(stats().suites_acquired.load(), stats().suites_released.load());
 }
 
-TEST(Params, ChangeNotificationNeedsTheParamUtilsSuite) {
-  vxhost::Host host;
-  auto m = Load(host);
-  ASSERT_TRUE(m);
-  ASSERT_EQ(m->Setup(), kStatusOk);
-  auto inst = m->CreateInstance();
+TEST_F(Effect, ChangeNotificationNeedsTheParamUtilsSuite) {
+  auto inst = SetUpInstance();
   ASSERT_TRUE(inst);
   const std::vector<uint8_t> doc = inst->ValueAt(1, 0).bytes;
   ExtraRecord change{};
@@ -192,9 +177,9 @@ TEST(Params, ChangeNotificationNeedsTheParamUtilsSuite) {
 
   // A null suite: success, and nothing is released.
   host.faults().null_suites = {"PF Param Utils Suite"};
-  const int64_t released = host.stats().suites_released.load();
+  const int64_t released = stats().suites_released.load();
   EXPECT_EQ(inst->Command(kCmdUserChangedParam, &change), kStatusOk);
-  EXPECT_EQ(host.stats().suites_released.load(), released);
+  EXPECT_EQ(stats().suites_released.load(), released);
   EXPECT_EQ(inst->Command(kCmdUpdateParamsUI, nullptr), kStatusOk);
 
   // A missing suite: status 13 and the message.
@@ -205,12 +190,8 @@ TEST(Params, ChangeNotificationNeedsTheParamUtilsSuite) {
   EXPECT_EQ(inst->Command(kCmdUpdateParamsUI, nullptr), kStatusSuiteThrew);
 }
 
-TEST(DocumentParam, FlattenUnflattenAndFailedAllocationThroughTheHost) {
-  vxhost::Host host;
-  auto m = Load(host);
-  ASSERT_TRUE(m);
-  ASSERT_EQ(m->Setup(), kStatusOk);
-  auto inst = m->CreateInstance();
+TEST_F(Effect, DocumentParamThroughProjectsAndFailedAllocation) {
+  auto inst = SetUpInstance();
   ASSERT_TRUE(inst);
   const std::vector<uint8_t> original = inst->ValueAt(1, 0).bytes;
   const std::vector<uint8_t> project = inst->SaveProject();
@@ -223,7 +204,7 @@ TEST(DocumentParam, FlattenUnflattenAndFailedAllocationThroughTheHost) {
   ASSERT_EQ(inst->SetValue(1, v), kStatusOk);
   EXPECT_EQ(inst->ValueAt(1, 0).bytes, v.bytes);
 
-  host.faults().fail_alloc_after = host.stats().handles_allocated.load();
+  host.faults().fail_alloc_after = stats().handles_allocated.load();
   vxhost::ParamValue other;
   other.bytes = {1, 2, 3};
   EXPECT_EQ(inst->SetValue(1, other), kStatusOutOfMemory);
@@ -231,50 +212,28 @@ TEST(DocumentParam, FlattenUnflattenAndFailedAllocationThroughTheHost) {
   EXPECT_EQ(inst->ValueAt(1, 0).bytes, v.bytes);
 }
 
-TEST(Entry, OutOfRangeCommandsAreIgnored) {
-  vxhost::Host host;
-  auto m = Load(host);
-  ASSERT_TRUE(m);
-  EffectMainFunc main = m->effect_main();
-  OutputRecord out;
-  std::memset(&out, 0x3C, sizeof out);
-  OutputRecord copy = out;
-  EXPECT_EQ(main(23, nullptr, &out, nullptr, nullptr, nullptr), kStatusOk);
-  EXPECT_EQ(main(0xFFFFFFFFu, nullptr, &out, nullptr, nullptr, nullptr), kStatusOk);
-  EXPECT_EQ(std::memcmp(&out, &copy, sizeof out), 0);
-  ASSERT_NE(m->gpu_entry(), nullptr);
-}
-
 // The defined dynamic symbols of the module, read from its ELF dynamic symbol table.
 std::set<std::string> ExportedSymbols(const std::string& path) {
   std::ifstream f(path, std::ios::binary);
-  std::vector<char> bytes((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-  std::set<std::string> names;
-  if (bytes.size() < sizeof(Elf64_Ehdr)) return names;
-  Elf64_Ehdr eh;
-  std::memcpy(&eh, bytes.data(), sizeof eh);
-  if (std::memcmp(eh.e_ident, ELFMAG, SELFMAG) != 0 || eh.e_ident[EI_CLASS] != ELFCLASS64)
-    return names;
-  auto section = [&](size_t i) {
-    Elf64_Shdr sh{};
-    const size_t at = eh.e_shoff + i * eh.e_shentsize;
-    if (at + sizeof sh <= bytes.size()) std::memcpy(&sh, bytes.data() + at, sizeof sh);
-    return sh;
+  const std::string b((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+  auto read = [&](auto& v, size_t at) {
+    return at + sizeof v <= b.size() && std::memcpy(&v, b.data() + at, sizeof v);
   };
+  std::set<std::string> names;
+  Elf64_Ehdr eh;
+  if (!read(eh, 0) || std::memcmp(eh.e_ident, ELFMAG, SELFMAG) != 0 ||
+      eh.e_ident[EI_CLASS] != ELFCLASS64)
+    return names;
   for (size_t i = 0; i < eh.e_shnum; ++i) {
-    const Elf64_Shdr sh = section(i);
-    if (sh.sh_type != SHT_DYNSYM) continue;
-    const Elf64_Shdr strtab = section(sh.sh_link);
-    for (size_t off = sh.sh_offset; off + sizeof(Elf64_Sym) <= sh.sh_offset + sh.sh_size &&
-                                    off + sizeof(Elf64_Sym) <= bytes.size();
-         off += sizeof(Elf64_Sym)) {
-      Elf64_Sym sym;
-      std::memcpy(&sym, bytes.data() + off, sizeof sym);
-      if (sym.st_shndx == SHN_UNDEF || sym.st_name == 0) continue;
-      const size_t name_at = strtab.sh_offset + sym.st_name;
-      if (name_at >= bytes.size()) continue;
-      names.insert(std::string(bytes.data() + name_at,
-                               strnlen(bytes.data() + name_at, bytes.size() - name_at)));
+    Elf64_Shdr sh, strtab{};
+    if (!read(sh, eh.e_shoff + i * eh.e_shentsize) || sh.sh_type != SHT_DYNSYM) continue;
+    read(strtab, eh.e_shoff + sh.sh_link * eh.e_shentsize);
+    Elf64_Sym sym;
+    for (size_t at = sh.sh_offset; at < sh.sh_offset + sh.sh_size && read(sym, at);
+         at += sizeof sym) {
+      if (sym.st_shndx != SHN_UNDEF && sym.st_name != 0 &&
+          strtab.sh_offset + sym.st_name < b.size())
+        names.insert(b.c_str() + strtab.sh_offset + sym.st_name);
     }
   }
   return names;
