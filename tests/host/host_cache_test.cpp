@@ -1,35 +1,44 @@
-// The frame cache: LRU eviction under a byte budget, references that outlive eviction, counters,
-// and many threads at once.
+// The frame cache: LRU eviction under a byte budget, references that outlive eviction, recycled
+// buffers, counters, and many threads at once; and the compositor's skipping of transparent
+// samples against the plain behaviour it replaces.
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <random>
 #include <thread>
 
 #include "host_test_util.h"
+#include "image_renderer/motion.h"
 
 using namespace vxhost;
 using namespace vxhost_test;
 
+namespace {
+
 using Suites = vetext_test::CacheSuites;
 
+bool AllEqual(const uint8_t* p, size_t n, uint8_t v) {
+  return std::all_of(p, p + n, [v](uint8_t b) { return b == v; });
+}
+
 TEST(FrameCache, EvictsLeastRecentlyUsedBeyondTheBudget) {
-  FrameCache fc(250);
+  FrameCache fc(250), other;
   Suites s(fc);
   s.Put("a", 100, 1);
   s.Put("b", 100, 2);
   EXPECT_TRUE(s.Has("a"));  // a is now more recent than b
   s.Put("c", 100, 3);       // 300 bytes > 250: b goes
+  EXPECT_FALSE(s.Has("b"));
+  EXPECT_TRUE(s.Has("a"));
+  EXPECT_TRUE(s.Has("c"));
   CacheStats st = fc.Stats();
   EXPECT_EQ(st.adds, 3u);
   EXPECT_EQ(st.evictions, 1u);
   EXPECT_EQ(st.entries, 2u);
   EXPECT_EQ(st.bytes, 200u);
-  EXPECT_FALSE(s.Has("b"));
-  EXPECT_TRUE(s.Has("a"));
-  EXPECT_TRUE(s.Has("c"));
-  st = fc.Stats();
   EXPECT_EQ(st.hits, 3u);
   EXPECT_EQ(st.misses, 1u);
+  EXPECT_FALSE(Suites(other).Has("a"));  // each cache has its own suite table
 
   // A buffer larger than the whole budget is still kept while it is the newest.
   s.Put("huge", 1000, 4);
@@ -51,10 +60,7 @@ TEST(FrameCache, ReferenceOutlivesEvictionAndFirstAddWins) {
   ASSERT_NE(held, nullptr);
   fc.Clear();
   EXPECT_FALSE(s.Has("k"));
-  void* p = nullptr;
-  ASSERT_EQ(s.pix->get_pixels(held, kRPixAccessRead, &p), 0);
-  const auto* bytes = static_cast<const uint8_t*>(p);
-  for (int i = 0; i < 64; ++i) ASSERT_EQ(bytes[i], 0xAB) << i;
+  EXPECT_TRUE(AllEqual(s.Bytes(held), 64, 0xAB));
   uint32_t format = 0;
   EXPECT_EQ(s.pix->get_pixel_format(held, &format), 0);
   EXPECT_EQ(format, kPixelFormatRaw);
@@ -72,10 +78,8 @@ TEST(FrameCache, RejectsBadRequests) {
   EXPECT_LT(s.creator->create(nullptr, kRPixKindRaw, kPixelFormatRaw, 1, 1, 1, 1, 8), 0);
   // A pixel buffer: rows of width * 4 bytes.
   ASSERT_EQ(s.creator->create(&h, 0, kPixelFormatBGRA, 10, 3, 1, 1, 0), 0);
-  int32_t row_bytes = 0;
+  EXPECT_EQ(s.RowBytes(h), 40);
   VxRect bounds{};
-  EXPECT_EQ(s.pix->get_row_bytes(h, &row_bytes), 0);
-  EXPECT_EQ(row_bytes, 40);
   EXPECT_EQ(s.pix->get_bounds(h, &bounds), 0);
   EXPECT_EQ(bounds.right, 10);
   EXPECT_EQ(bounds.bottom, 3);
@@ -89,13 +93,74 @@ TEST(FrameCache, RejectsBadRequests) {
   EXPECT_EQ(fc.Stats().adds, 0u);
 }
 
-TEST(FrameCache, EachCacheHasItsOwnSuiteTable) {
-  FrameCache one, two;
-  Suites a(one), b(two);
-  EXPECT_NE(a.cache, b.cache);
-  a.Put("only-in-one", 8, 1);
-  EXPECT_TRUE(a.Has("only-in-one"));
-  EXPECT_FALSE(b.Has("only-in-one"));
+TEST(FrameCache, RecycledBuffersAreZeroedAndLiveOnesAreNeverShared) {
+  FrameCache cache;
+  Suites s(cache);
+  constexpr uint64_t kBig = 1 << 20;
+  // Buffers die and are made again at the same and at smaller sizes, many times over: every new
+  // one reads as zeros and has exactly the size asked for.
+  for (int round = 0; round < 6; ++round) {
+    for (uint64_t size : {kBig, kBig * 3 / 4, kBig / 2 + 1, uint64_t(70000)}) {
+      RPixHandle h = s.Make(size);
+      ASSERT_EQ(s.RowBytes(h), int32_t(size));
+      ASSERT_TRUE(AllEqual(s.Bytes(h), size, 0)) << "round " << round << " size " << size;
+      std::memset(s.Bytes(h), 0xAB, size);
+      ASSERT_EQ(s.pix->dispose(h), 0);
+    }
+  }
+  // Two live buffers of one size are two buffers, and a buffer that was evicted while still
+  // held keeps its bytes while new ones are made.
+  RPixHandle a = s.Make(kBig, 0x11);
+  ASSERT_EQ(s.cache->add("held", a), 0);
+  cache.SetBudget(0);
+  for (int i = 0; i < 20; ++i) {
+    RPixHandle n = s.Make(kBig, uint8_t(i));
+    ASSERT_NE(s.Bytes(n), s.Bytes(a));
+    s.pix->dispose(n);
+  }
+  EXPECT_TRUE(AllEqual(s.Bytes(a), kBig, 0x11));
+  s.pix->dispose(a);
+}
+
+// A text that changes every frame adds one large entry a frame that no later frame looks up;
+// such entries must not pile up in fresh memory until the budget is reached, but an entry that
+// is looked up on the frame after it was made (an unchanged document) must stay, however many
+// frames follow, and small entries are left to the budget alone.
+TEST(FrameCache, UnaskedLargeEntriesMakeRoomAndAskedOnesStay) {
+  FrameCache cache;  // a budget far above what this test adds
+  Suites s(cache);
+  constexpr uint64_t kBig = 300 << 10;
+  s.Put("static", kBig, 0x5A);  // frame 0 of an unchanged document, asked for on the next
+  ASSERT_TRUE(s.Has("static"));
+  std::vector<uint8_t*> seen;
+  int reused = 0;
+  for (int frame = 0; frame < 200; ++frame) {
+    RPixHandle h = s.Make(kBig + uint64_t(frame % 7) * 64);
+    EXPECT_EQ(s.cache->add(("counter " + std::to_string(frame)).c_str(), h), 0);
+    reused += std::find(seen.begin(), seen.end(), s.Bytes(h)) != seen.end();
+    seen.push_back(s.Bytes(h));
+    s.pix->dispose(h);
+    s.Put("small " + std::to_string(frame), 1000, uint8_t(frame));
+    ASSERT_TRUE(s.Has("static")) << "frame " << frame;
+  }
+  // The stream of unasked entries settled on recycled buffers, and the cache holds a bounded
+  // number of them; the recent ones are still there to be found.
+  EXPECT_GT(reused, 100);
+  const CacheStats st = cache.Stats();
+  EXPECT_LT(st.bytes, 64 * kBig);
+  EXPECT_EQ(st.adds - st.evictions, st.entries);
+  EXPECT_TRUE(s.Has("counter 199"));
+  EXPECT_TRUE(s.Has("counter 190"));
+  EXPECT_FALSE(s.Has("counter 0"));
+  // Small entries are not on trial: every one is still there.
+  for (int frame = 0; frame < 200; frame += 37)
+    EXPECT_TRUE(s.Has("small " + std::to_string(frame)));
+  // The entry that was asked for kept its bytes.
+  RPixHandle h = nullptr;
+  ASSERT_EQ(s.cache->lookup("static", &h), 0);
+  ASSERT_NE(h, nullptr);
+  EXPECT_TRUE(AllEqual(s.Bytes(h), kBig, 0x5A));
+  s.pix->dispose(h);
 }
 
 TEST(FrameCache, EightThreadsLookUpAddAndDisposeConcurrently) {
@@ -110,26 +175,21 @@ TEST(FrameCache, EightThreadsLookUpAddAndDisposeConcurrently) {
       const int k = int(rng() % 64);
       const std::string key = "key-" + std::to_string(k);
       RPixHandle h = nullptr;
-      if (s.cache->lookup(key.c_str(), &h) != 0) failures++;
-      if (!h) {
-        RPixHandle made = nullptr;
-        if (s.creator->create(&made, kRPixKindRaw, kPixelFormatRaw, 1, 1, 1, 1, kSize) != 0) {
-          failures++;
-          continue;
-        }
-        void* p = nullptr;
-        s.pix->get_pixels(made, kRPixAccessWrite, &p);
-        std::memset(p, k, kSize);
-        if (s.cache->add(key.c_str(), made) != 0) failures++;
-        h = made;  // keep the creation reference for the read below
-      } else {
-        hits++;
-      }
       void* p = nullptr;
+      if (s.cache->lookup(key.c_str(), &h) != 0) failures++;
+      if (h) {
+        hits++;
+      } else if (s.creator->create(&h, kRPixKindRaw, kPixelFormatRaw, 1, 1, 1, 1, kSize) != 0 ||
+                 s.pix->get_pixels(h, kRPixAccessWrite, &p) != 0) {
+        failures++;
+        continue;
+      } else {
+        std::memset(p, k, kSize);
+        if (s.cache->add(key.c_str(), h) != 0) failures++;  // h stays ours for the read below
+      }
       if (s.pix->get_pixels(h, kRPixAccessRead, &p) != 0) failures++;
-      const auto* bytes = static_cast<const uint8_t*>(p);
       for (uint64_t j = 0; j < kSize; j += 17)
-        if (bytes[j] != k) wrong++;
+        if (static_cast<const uint8_t*>(p)[j] != k) wrong++;
       if (s.pix->dispose(h) != 0) failures++;
     }
   };
@@ -155,8 +215,8 @@ TEST(FrameCache, ConcurrentRendersShareOneInstance) {
   ASSERT_NE(inst, nullptr);
   ASSERT_EQ(inst->SetValue(kScale, {10}, 0.0), kStatusOk);
   ASSERT_EQ(inst->SetValue(kScale, {110}, 100.0), kStatusOk);
-  ASSERT_EQ(inst->SetValue(kDoc, {0, 0, false, Bytes("early")}, 0.0), kStatusOk);
-  ASSERT_EQ(inst->SetValue(kDoc, {0, 0, false, Bytes("late")}, 50.0), kStatusOk);
+  ASSERT_EQ(inst->SetValue(kDoc, Doc("early"), 0.0), kStatusOk);
+  ASSERT_EQ(inst->SetValue(kDoc, Doc("late"), 50.0), kStatusOk);
   const int64_t live = host.stats().live_handles.load();
   std::atomic<int> bad{0};
   auto worker = [&](int t) {
@@ -174,3 +234,87 @@ TEST(FrameCache, ConcurrentRendersShareOneInstance) {
   EXPECT_EQ(bad.load(), 0);
   EXPECT_EQ(host.stats().live_handles.load(), live);
 }
+
+// One opaque pixel in an otherwise transparent bordered reduction. A row of samples a quarter
+// pixel right of the pixel grid and halfway between two rows touches it from exactly two sample
+// positions; every other destination pixel must come out as it went in.
+void CheckSinglePixel(ir::BlendRowFn blend, float opacity) {
+  constexpr int32_t wp = 24, hp = 10, px = 9, py = 4;
+  std::vector<uint8_t> src(size_t(wp) * hp * 4, 0);
+  uint8_t* p = &src[(size_t(py) * wp + px) * 4];
+  p[0] = 200, p[1] = 100, p[2] = 50, p[3] = 255;
+  for (int32_t iy : {py - 1, py}) {  // the pixel in the lower, then the upper row of the footprint
+    std::vector<uint8_t> d(size_t(wp) * 4);
+    for (size_t i = 0; i < d.size(); ++i) d[i] = uint8_t(30 + i % 7);
+    const std::vector<uint8_t> before = d;
+    blend(src.data(), wp, hp, 0.25f, 1.0f, float(iy) + 0.5f, 0.0f, d.data(), wp - 2, opacity);
+    for (int32_t i = 0; i < wp - 2; ++i) {
+      const bool same = std::memcmp(&d[size_t(i) * 4], &before[size_t(i) * 4], 4) == 0;
+      EXPECT_EQ(same, i != px - 1 && i != px) << "sample " << i << " row " << iy << " " << opacity;
+    }
+  }
+}
+
+TEST(CompositorSkip, OnlySamplesWithATransparentFootprintAreLeftAlone) {
+  for (float opacity : {1.0f, 0.6f}) {
+    CheckSinglePixel(&ir::BlendRowScalar, opacity);
+#if defined(__SSE2__)
+    CheckSinglePixel(&ir::BlendRowSse2, opacity);
+#endif
+  }
+}
+
+#if defined(__SSE2__)
+TEST(CompositorSkip, KernelsAgreeOnSparseSourcesAlongTurnedRows) {
+  // Islands of coverage in a mostly transparent image, the shape of turned text: the SIMD kernel
+  // must skip and blend exactly where the reference does.
+  constexpr int32_t wp = 40, hp = 30;
+  std::vector<uint8_t> src(size_t(wp) * hp * 4, 0);
+  for (int32_t y = 1; y < hp - 1; ++y)
+    for (int32_t x = 1; x < wp - 1; ++x) {
+      if ((x / 5 + y / 4) % 3 != 0 || (x * 7 + y) % 4 == 0) continue;
+      uint8_t* q = &src[(size_t(y) * wp + x) * 4];
+      q[3] = uint8_t(40 + (x * 13 + y * 5) % 216);
+      for (int c = 0; c < 3; ++c) q[c] = uint8_t(q[3] * ((x + y + c) % 4) / 3);
+    }
+  int changed = 0;
+  for (float turn : {0.0f, 0.5f, -0.87f, 0.13f})
+    for (float v0 : {-1.5f, 3.2f, 14.7f, 27.9f}) {
+      std::vector<uint8_t> a(64 * 4);
+      for (size_t i = 0; i < a.size(); ++i) a[i] = uint8_t(i * 31 + 7);
+      std::vector<uint8_t> b = a, before = a;
+      ir::BlendRowScalar(src.data(), wp, hp, -2.3f, 0.71f, v0, turn, a.data(), 64, 0.8f);
+      ir::BlendRowSse2(src.data(), wp, hp, -2.3f, 0.71f, v0, turn, b.data(), 64, 0.8f);
+      EXPECT_EQ(a, b) << turn << " " << v0;
+      changed += a != before;
+    }
+  EXPECT_GT(changed, 8);  // the rows do cross the islands
+}
+#endif
+
+TEST(CompositorSkip, RowExtentsMatchAPixelByPixelScan) {
+  // Rows of every width from 0 to 40 with zero, one or two marked pixels anywhere, including
+  // the first and last pixel and pixels inside one 4-pixel group; a marked pixel has a single
+  // non-zero byte, so that a test of only some channels would miss it.
+  std::mt19937 rng(17);
+  for (int32_t n = 0; n <= 40; ++n)
+    for (int trial = 0; trial < 60; ++trial) {
+      // Pixels past the end are not zero: a scan that reads beyond the row finds them.
+      std::vector<uint8_t> row(size_t(n) * 4 + 16, 0);
+      std::fill(row.end() - 16, row.end(), uint8_t{0xee});
+      const int marks = n == 0 ? 0 : trial % 3;
+      for (int k = 0; k < marks; ++k) {
+        const int32_t x = trial < 6 ? (k ? n - 1 : 0) : int32_t(rng() % uint32_t(n));
+        row[size_t(x) * 4 + rng() % 4] = uint8_t(1 + rng() % 255);
+      }
+      auto zero = [&](int32_t x) { return AllEqual(&row[size_t(x) * 4], 4, 0); };
+      int32_t want_a = 0, want_b = n, a = -1, b = -1;
+      while (want_a < n && zero(want_a)) ++want_a;
+      while (want_b > want_a && zero(want_b - 1)) --want_b;
+      ir::RowExtent(row.data(), n, &a, &b);
+      ASSERT_EQ(a, want_a) << "width " << n << " trial " << trial;
+      ASSERT_EQ(b, want_b) << "width " << n << " trial " << trial;
+    }
+}
+
+}  // namespace

@@ -8,18 +8,7 @@
 using namespace vxhost;
 using namespace vxhost_test;
 
-class HostParams : public StandInInstance {
- protected:
-  void SetUp() override {
-    ASSERT_NO_FATAL_FAILURE(StandInInstance::SetUp());
-    inst_->SetLayerSize(200, 100);
-  }
-  void TearDown() override {
-    inst_.reset();
-    module_.reset();
-    EXPECT_EQ(host_.stats().live_handles.load(), 0);
-  }
-};
+using HostParams = StandInInstance;
 
 TEST_F(HostParams, DefaultsComeFromTheDeclarations) {
   EXPECT_EQ(inst_->ValueAt(kScale, 3).x, 100.0);
@@ -28,23 +17,26 @@ TEST_F(HostParams, DefaultsComeFromTheDeclarations) {
   ParamValue p = inst_->ValueAt(kPoint, 3);
   EXPECT_EQ(p.x, 100.0);  // 50 % of the layer
   EXPECT_EQ(p.y, 50.0);
-  ParamDef def = inst_->ParamAt(kPoint, 0);
-  EXPECT_EQ(def.u.td.x_value, 100 << 16);
+  EXPECT_EQ(inst_->ParamAt(kPoint, 0).u.td.x_value, 100 << 16);
   EXPECT_EQ(inst_->SetValue(0, {}), kStatusBadCallbackParam);  // the layer holds no value
   EXPECT_EQ(inst_->SetValue(kCount, {}), kStatusBadCallbackParam);
 }
 
-TEST_F(HostParams, NumbersInterpolateLinearlyAndHoldOutside) {
+TEST_F(HostParams, NumbersHoldOutsideTheKeyframesAndInterpolateLinearlyBetween) {
   ASSERT_EQ(inst_->SetValue(kScale, {100}, 0.0), kStatusOk);
   ASSERT_EQ(inst_->SetValue(kScale, {300}, 2.0), kStatusOk);
-  ASSERT_EQ(inst_->SetValue(kScale, {200}, 1.0), kStatusOk);  // inserted between
-  EXPECT_EQ(inst_->ValueAt(kScale, -5).x, 100.0);
-  EXPECT_EQ(inst_->ValueAt(kScale, 0.5).x, 150.0);
-  EXPECT_EQ(inst_->ValueAt(kScale, 1.0).x, 200.0);
-  EXPECT_EQ(inst_->ValueAt(kScale, 1.25).x, 225.0);
-  EXPECT_EQ(inst_->ValueAt(kScale, 9).x, 300.0);
-  ASSERT_EQ(inst_->SetValue(kScale, {250}, 1.0), kStatusOk);  // replaces the key at 1 s
-  EXPECT_EQ(inst_->ValueAt(kScale, 1.5).x, 275.0);
+  ASSERT_EQ(inst_->SetValue(kScale, {999}, 1.0), kStatusOk);  // inserted between
+  ASSERT_EQ(inst_->SetValue(kScale, {200}, 1.0), kStatusOk);  // replaces the key at 1 s
+  // On each keyframe, a step (1/1024 s) either side of it, and beyond the first and the last.
+  const double e = 1.0 / 1024;
+  const std::pair<double, double> at[] = {{-5, 100},   {-e, 100},
+                                          {0, 100},    {e, 100 + 100 * e},
+                                          {0.5, 150},  {1 - e, 200 - 100 * e},
+                                          {1, 200},    {1 + e, 200 + 100 * e},
+                                          {1.25, 225}, {2 - e, 300 - 100 * e},
+                                          {2, 300},    {2 + e, 300},
+                                          {9, 300}};
+  for (const auto& [time, value] : at) EXPECT_EQ(inst_->ValueAt(kScale, time).x, value) << time;
 
   ASSERT_EQ(inst_->SetValue(kPoint, {0, 0}, 0.0), kStatusOk);
   ASSERT_EQ(inst_->SetValue(kPoint, {40, 80}, 4.0), kStatusOk);
@@ -55,7 +47,7 @@ TEST_F(HostParams, NumbersInterpolateLinearlyAndHoldOutside) {
   // The module sees the interpolated value in 16.16 at render time.
   Frame in(200, 100), out(200, 100);
   ASSERT_EQ(inst_->Render(0.5, in, out), kStatusOk);
-  EXPECT_EQ(out.row(0)[0], 175);  // halfway to the replaced 250
+  EXPECT_EQ(out.row(0)[0], 150);
   EXPECT_EQ(out.row(0)[4], 5);
 
   // A constant clears the keyframes.
@@ -63,24 +55,23 @@ TEST_F(HostParams, NumbersInterpolateLinearlyAndHoldOutside) {
   EXPECT_EQ(inst_->ValueAt(kScale, 0.5).x, 42.0);
   inst_->ResetValue(kScale);
   EXPECT_EQ(inst_->ValueAt(kScale, 0.5).x, 100.0);
-}
-
-TEST_F(HostParams, CheckboxCannotBeAnimated) {
+  // Declared not animatable: each keyframe request sets the constant.
   ASSERT_EQ(inst_->SetValue(kCheck, {0, 0, false}, 1.0), kStatusOk);
   ASSERT_EQ(inst_->SetValue(kCheck, {0, 0, true}, 3.0), kStatusOk);
-  // Declared not animatable: each keyframe request set the constant.
   EXPECT_TRUE(inst_->ValueAt(kCheck, 0).flag);
   EXPECT_TRUE(inst_->ValueAt(kCheck, 2).flag);
 }
 
 TEST_F(HostParams, ArbitraryDataHoldsTheEarlierKeyframeThroughTheModule) {
-  ASSERT_EQ(inst_->SetValue(kDoc, {0, 0, false, Bytes("first")}, 0.0), kStatusOk);
-  ASSERT_EQ(inst_->SetValue(kDoc, {0, 0, false, Bytes("second")}, 2.0), kStatusOk);
+  ASSERT_EQ(inst_->SetValue(kDoc, Doc("first"), 0.0), kStatusOk);
+  ASSERT_EQ(inst_->SetValue(kDoc, Doc("third"), 4.0), kStatusOk);
+  ASSERT_EQ(inst_->SetValue(kDoc, Doc("second"), 2.0), kStatusOk);
   const int64_t requests = host_.stats().arb_requests.load();
   EXPECT_EQ(Text(inst_->ValueAt(kDoc, 1.9).bytes), "first");
   EXPECT_GT(host_.stats().arb_requests.load(), requests);  // interpolated by the module
-  EXPECT_EQ(Text(inst_->ValueAt(kDoc, 2.0).bytes), "second");
-  EXPECT_EQ(Text(inst_->ValueAt(kDoc, -1).bytes), "first");
+  const std::pair<double, const char*> at[] = {{-1, "first"},   {0, "first"}, {2, "second"},
+                                               {3.5, "second"}, {4, "third"}, {5, "third"}};
+  for (const auto& [time, text] : at) EXPECT_EQ(Text(inst_->ValueAt(kDoc, time).bytes), text);
 
   const int64_t live = host_.stats().live_handles.load();
   ParamDef between = inst_->ParamAt(kDoc, 1.0);
@@ -95,12 +86,11 @@ TEST_F(HostParams, ArbitraryDataHoldsTheEarlierKeyframeThroughTheModule) {
   for (int i = 0; i < 5; ++i) ASSERT_EQ(inst_->Render(0.5 + i * 0.1, in, out), kStatusOk);
   EXPECT_EQ(out.row(0)[3], 'f');
   EXPECT_EQ(host_.stats().live_handles.load(), live);
-}
 
-TEST_F(HostParams, FailedUnflattenKeepsTheOldValue) {
-  ASSERT_EQ(inst_->SetValue(kDoc, {0, 0, false, Bytes("kept")}), kStatusOk);
+  // A failed unflatten keeps the old value.
+  ASSERT_EQ(inst_->SetValue(kDoc, Doc("kept")), kStatusOk);
   host_.faults().fail_alloc_after = host_.stats().handles_allocated.load();
-  EXPECT_EQ(inst_->SetValue(kDoc, {0, 0, false, Bytes("lost")}), kStatusOutOfMemory);
+  EXPECT_EQ(inst_->SetValue(kDoc, Doc("lost")), kStatusOutOfMemory);
   host_.faults().fail_alloc_after = -1;
   EXPECT_EQ(Text(inst_->ValueAt(kDoc, 0).bytes), "kept");
 }
@@ -113,8 +103,8 @@ TEST_F(HostParams, CheckoutThroughParamUtilsSeesTheValueAtTheCallTime) {
   ASSERT_EQ(inst_->Command(kCmdUserChangedParam, &extra, 1.0), kStatusOk);
   EXPECT_STREQ(inst_->last_output().message, ("value=" + std::to_string(150 << 16)).c_str());
 
-  ASSERT_EQ(inst_->SetValue(kDoc, {0, 0, false, Bytes("abc")}, 0.0), kStatusOk);
-  ASSERT_EQ(inst_->SetValue(kDoc, {0, 0, false, Bytes("abcdef")}, 2.0), kStatusOk);
+  ASSERT_EQ(inst_->SetValue(kDoc, Doc("abc"), 0.0), kStatusOk);
+  ASSERT_EQ(inst_->SetValue(kDoc, Doc("abcdef"), 2.0), kStatusOk);
   const int64_t live = host_.stats().live_handles.load();
   extra.change.param_index = kDoc;
   ASSERT_EQ(inst_->Command(kCmdUserChangedParam, &extra, 1.0), kStatusOk);
@@ -124,131 +114,116 @@ TEST_F(HostParams, CheckoutThroughParamUtilsSeesTheValueAtTheCallTime) {
 
 TEST_F(HostParams, VideoSegmentSuiteAnswersByGpuIndex) {
   const void* table = nullptr;
-  ASSERT_EQ(
-      host_.suite_services()->acquire(kVideoSegmentSuiteName, kVideoSegmentSuiteVersion, &table),
-      kStatusOk);
-  auto* seg = static_cast<const VideoSegmentSuite6*>(table);
+  ASSERT_EQ(host_.suite_services()->acquire(kVideoSegmentSuiteName, 6, &table), kStatusOk);
+  auto get = [&](int32_t node, int32_t index, int64_t time, SegmentParamValue* v) {
+    return static_cast<const VideoSegmentSuite6*>(table)->get_param(node, index, time, v);
+  };
+  const int32_t node = inst_->node_id();
   ASSERT_EQ(inst_->SetValue(kScale, {120}, 0.0), kStatusOk);
   ASSERT_EQ(inst_->SetValue(kScale, {220}, 1.0), kStatusOk);
   SegmentParamValue v{};
-  ASSERT_EQ(seg->get_param(inst_->node_id(), kScale - 1, kTicksPerSecond / 2, &v), 0);
+  ASSERT_EQ(get(node, kScale - 1, kTicksPerSecond / 2, &v), 0);
   EXPECT_EQ(v.type, kSegParamFloat);
   EXPECT_EQ(v.value, 170.0);
-  ASSERT_EQ(seg->get_param(inst_->node_id(), kPoint - 1, 0, &v), 0);
+  ASSERT_EQ(get(node, kPoint - 1, 0, &v), 0);
   EXPECT_EQ(v.type, kSegParamPoint);
   EXPECT_EQ(v.x, 100.0);
-  ASSERT_EQ(seg->get_param(inst_->node_id(), kDoc - 1, 0, &v), 0);
+  ASSERT_EQ(get(node, kDoc - 1, 0, &v), 0);
   ASSERT_EQ(v.type, kSegParamHandle);
   ASSERT_EQ(RxGetPtrSize(v.handle), 16u);
   EXPECT_EQ(std::memcmp(v.handle, "default document", 16), 0);
   RxDisposePtr(v.handle);
-  EXPECT_NE(seg->get_param(inst_->node_id() + 1000, 0, 0, &v), 0);
-  EXPECT_NE(seg->get_param(inst_->node_id(), -1, 0, &v), 0);  // the layer has no GPU index
-  EXPECT_NE(seg->get_param(inst_->node_id(), kCount - 1, 0, &v), 0);
-  host_.suite_services()->release(kVideoSegmentSuiteName, kVideoSegmentSuiteVersion);
+  EXPECT_NE(get(node + 1000, 0, 0, &v), 0);
+  EXPECT_NE(get(node, -1, 0, &v), 0);  // the layer has no GPU index
+  EXPECT_NE(get(node, kCount - 1, 0, &v), 0);
+  host_.suite_services()->release(kVideoSegmentSuiteName, 6);
 }
 
-class HostProject : public HostParams {
+class HostProject : public StandInInstance {
  protected:
-  void Fill() {
-    ASSERT_EQ(inst_->SetValue(kDoc, {0, 0, false, Bytes(std::string("doc\0one", 7))}, 0.0),
-              kStatusOk);
-    ASSERT_EQ(inst_->SetValue(kDoc, {0, 0, false, Bytes("doc two")}, 1.5), kStatusOk);
+  void SetUp() override {
+    ASSERT_NO_FATAL_FAILURE(StandInInstance::SetUp());
+    ASSERT_EQ(inst_->SetValue(kDoc, Doc(std::string("doc\0one", 7)), 0.0), kStatusOk);
+    ASSERT_EQ(inst_->SetValue(kDoc, Doc("doc two"), 1.5), kStatusOk);
     ASSERT_EQ(inst_->SetValue(kScale, {33.25}), kStatusOk);
     ASSERT_EQ(inst_->SetValue(kAngle, {-45}, 0.0), kStatusOk);
     ASSERT_EQ(inst_->SetValue(kAngle, {90}, 3.0), kStatusOk);
     ASSERT_EQ(inst_->SetValue(kCheck, {0, 0, false}), kStatusOk);
     // kPoint stays at its default.
+    saved_ = inst_->SaveProject();
+    ASSERT_FALSE(saved_.empty());
+    target_ = module_->CreateInstance();
+    target_->SetLayerSize(200, 100);
   }
+  void TearDown() override {
+    target_.reset();
+    StandInInstance::TearDown();
+  }
+  std::vector<uint8_t> saved_;
+  std::unique_ptr<Instance> target_;
+  std::string error_;
 };
 
 TEST_F(HostProject, SaveLoadSaveGivesIdenticalBytesAndValues) {
-  Fill();
-  const std::vector<uint8_t> saved = inst_->SaveProject();
-  ASSERT_FALSE(saved.empty());
-  auto copy = module_->CreateInstance();
-  ASSERT_NE(copy, nullptr);
-  copy->SetLayerSize(200, 100);
-  std::string error;
-  ASSERT_TRUE(copy->LoadProject(saved.data(), saved.size(), &error)) << error;
-  EXPECT_EQ(copy->SaveProject(), saved);
-  EXPECT_EQ(copy->ValueAt(kDoc, 0.5).bytes, Bytes(std::string("doc\0one", 7)));
-  EXPECT_EQ(Text(copy->ValueAt(kDoc, 2).bytes), "doc two");
-  EXPECT_EQ(copy->ValueAt(kScale, 9).x, 33.25);
-  EXPECT_EQ(copy->ValueAt(kAngle, 1.5).x, 22.5);
-  EXPECT_FALSE(copy->ValueAt(kCheck, 0).flag);
-  EXPECT_EQ(copy->ValueAt(kPoint, 0).x, 100.0);
+  ASSERT_TRUE(target_->LoadProject(saved_.data(), saved_.size(), &error_)) << error_;
+  EXPECT_EQ(target_->SaveProject(), saved_);
+  EXPECT_EQ(target_->ValueAt(kDoc, 0.5).bytes, Bytes(std::string("doc\0one", 7)));
+  EXPECT_EQ(Text(target_->ValueAt(kDoc, 2).bytes), "doc two");
+  EXPECT_EQ(target_->ValueAt(kScale, 9).x, 33.25);
+  EXPECT_EQ(target_->ValueAt(kAngle, 1.5).x, 22.5);
+  EXPECT_FALSE(target_->ValueAt(kCheck, 0).flag);
+  EXPECT_EQ(target_->ValueAt(kPoint, 0).x, 100.0);
   // An untouched instance saves its defaults and restores them.
-  auto fresh = module_->CreateInstance();
-  const std::vector<uint8_t> defaults = fresh->SaveProject();
-  ASSERT_TRUE(copy->LoadProject(defaults.data(), defaults.size(), &error)) << error;
-  EXPECT_EQ(copy->SaveProject(), defaults);
-  EXPECT_EQ(Text(copy->ValueAt(kDoc, 0).bytes), "default document");
+  const std::vector<uint8_t> defaults = module_->CreateInstance()->SaveProject();
+  ASSERT_TRUE(target_->LoadProject(defaults.data(), defaults.size(), &error_)) << error_;
+  EXPECT_EQ(target_->SaveProject(), defaults);
+  EXPECT_EQ(Text(target_->ValueAt(kDoc, 0).bytes), "default document");
 }
 
 TEST_F(HostProject, TruncatedOrCorruptProjectsAreRejectedAndChangeNothing) {
-  Fill();
-  const std::vector<uint8_t> saved = inst_->SaveProject();
-  auto target = module_->CreateInstance();
-  ASSERT_EQ(target->SetValue(kScale, {77}), kStatusOk);
-  const std::vector<uint8_t> before = target->SaveProject();
-  std::string error;
-  for (size_t n = 0; n < saved.size(); ++n) {
-    std::vector<uint8_t> cut(saved.begin(), saved.begin() + n);
-    error.clear();
-    EXPECT_FALSE(target->LoadProject(cut.data(), cut.size(), &error)) << n;
-    EXPECT_FALSE(error.empty()) << n;
+  ASSERT_EQ(target_->SetValue(kScale, {77}), kStatusOk);
+  const std::vector<uint8_t> before = target_->SaveProject();
+  for (size_t n = 0; n < saved_.size(); ++n) {
+    error_.clear();
+    EXPECT_FALSE(target_->LoadProject(saved_.data(), n, &error_)) << n;
+    EXPECT_FALSE(error_.empty()) << n;
   }
-  EXPECT_EQ(target->SaveProject(), before);
-
-  auto rejects = [&](std::vector<uint8_t> bytes, const char* why) {
-    error.clear();
-    EXPECT_FALSE(target->LoadProject(bytes.data(), bytes.size(), &error)) << why;
-    EXPECT_NE(error.find(why), std::string::npos) << error;
+  // Parameter records start at 12 (index, type, mode: 9 bytes); the document's keyframe count
+  // follows the layer's record and its own, then the first keyframe: time, size, 7 bytes.
+  const size_t keys = 12 + 9 + 9, second_time = keys + 4 + 8 + 4 + 7;
+  ASSERT_EQ(saved_[keys], 2);
+  const struct {
+    size_t at;
+    std::string bytes;
+    const char* why;
+  } corrupt[] = {
+      {0, "X", "not a project"},
+      {4, "\2", "version"},
+      {8, "\5", "parameters"},
+      {12 + 8, "\1", "mode"},  // the layer may hold no value
+      {keys + 3, "\x7f", "keyframe count"},
+      {keys + 4 + 8 + 3, "\x7f", "data size"},
+      {keys + 4 + 6, "\xf0\x7f", "not finite"},                 // +inf
+      {second_time + 6, std::string(2, '\0'), "out of order"},  // 1.5 s becomes 0 s
+      {saved_.size(), std::string(1, '\0'), "trailing"},
   };
-  std::vector<uint8_t> bad = saved;
-  bad[0] = 'X';
-  rejects(bad, "not a project");
-  bad = saved;
-  bad[4] = 2;
-  rejects(bad, "version");
-  bad = saved;
-  bad.push_back(0);
-  rejects(bad, "trailing");
-  bad = saved;
-  bad[8] = 5;  // parameter count
-  rejects(bad, "parameters");
-  // The first parameter record starts at 12: index, type, mode. The layer may hold no value.
-  bad = saved;
-  bad[12 + 8] = 1;
-  rejects(bad, "mode");
-  // The document's keyframe count (after index, type, mode of the layer and of the document).
-  bad = saved;
-  const size_t doc_keys = 12 + 9 + 9;
-  ASSERT_EQ(bad[doc_keys], 2);  // two keyframes
-  bad[doc_keys + 3] = 0x7f;
-  rejects(bad, "keyframe count");
-  // The first keyframe's data size.
-  bad = saved;
-  bad[doc_keys + 4 + 8 + 3] = 0x7f;
-  rejects(bad, "data size");
-  // Keyframe times must increase.
-  bad = saved;
-  std::memcpy(&bad[doc_keys + 4], "\0\0\0\0\0\0\xf0\x7f", 8);  // +inf
-  rejects(bad, "not finite");
-  EXPECT_FALSE(target->LoadProject(nullptr, 0, &error));
-  EXPECT_EQ(target->SaveProject(), before);
+  for (const auto& c : corrupt) {
+    std::vector<uint8_t> bad = saved_;
+    bad.resize(std::max(bad.size(), c.at + c.bytes.size()));
+    std::memcpy(&bad[c.at], c.bytes.data(), c.bytes.size());
+    error_.clear();
+    EXPECT_FALSE(target_->LoadProject(bad.data(), bad.size(), &error_)) << c.why;
+    EXPECT_NE(error_.find(c.why), std::string::npos) << error_;
+  }
+  EXPECT_FALSE(target_->LoadProject(nullptr, 0, &error_));
+  EXPECT_EQ(target_->SaveProject(), before);
 }
 
 TEST_F(HostProject, ModuleRefusingDataFailsTheLoadWithoutChanges) {
-  Fill();
-  const std::vector<uint8_t> saved = inst_->SaveProject();
-  auto target = module_->CreateInstance();
-  const std::vector<uint8_t> before = target->SaveProject();
+  const std::vector<uint8_t> before = target_->SaveProject();
   host_.faults().fail_alloc_after = host_.stats().handles_allocated.load() + 1;
-  std::string error;
-  EXPECT_FALSE(target->LoadProject(saved.data(), saved.size(), &error));
-  EXPECT_NE(error.find("rejected"), std::string::npos) << error;
+  EXPECT_FALSE(target_->LoadProject(saved_.data(), saved_.size(), &error_));
+  EXPECT_NE(error_.find("rejected"), std::string::npos) << error_;
   host_.faults().fail_alloc_after = -1;
-  EXPECT_EQ(target->SaveProject(), before);
+  EXPECT_EQ(target_->SaveProject(), before);
 }

@@ -22,45 +22,49 @@ LabelEntry g_entries[] = {
 };
 LabelTable g_table{"FX", 6, g_entries};
 
+const char kDefault[] = "default document";
 enum { kDoc = 1, kScale = 2, kAngle = 3, kCheck = 4, kPoint = 5, kCount = 6 };
 
-void Fail(InputRecord* in, OutputRecord* out, const char* text) {
-  out->out_flags |= kOutFlagDisplayMessage;
-  in->utils->copy_message(out, text);
-}
+// A suite held for one scope; null when the host has none to give.
+template <class T>
+struct Suite {
+  Suite(InputRecord* in, const char* name, int32_t version) : in(in), name(name), version(version) {
+    const void* p = nullptr;
+    if (in->suites && in->suites->acquire(name, version, &p) == 0) s = static_cast<const T*>(p);
+  }
+  ~Suite() {
+    if (s) in->suites->release(name, version);
+  }
+  const T* operator->() const { return s; }
+  InputRecord* in;
+  const char* name;
+  int32_t version;
+  const T* s = nullptr;
+};
 
-const void* Acquire(InputRecord* in, const char* name, int32_t version) {
-  const void* s = nullptr;
-  if (!in->suites || in->suites->acquire(name, version, &s) != 0) return nullptr;
-  return s;
+VxStatus Fail(InputRecord* in, OutputRecord* out, VxStatus st) {
+  out->out_flags |= kOutFlagDisplayMessage;
+  in->utils->copy_message(out, "Test could not be initialized.");
+  return st;
 }
 
 VxStatus GlobalSetup(InputRecord* in, OutputRecord* out) {
   int64_t token = reinterpret_cast<int64_t>(&g_table);
-  VxStatus st = in->utils->register_token(&token, 4321);
-  if (st != 0) {
-    Fail(in, out, "Test could not be initialized.");
-    return st;
-  }
+  if (VxStatus st = in->utils->register_token(&token, 4321)) return Fail(in, out, st);
   VxHandle h = in->utils->new_handle(8);
   if (!h) {
     in->utils->unregister_token(&token);
-    Fail(in, out, "Test could not be initialized.");
-    return kStatusOutOfMemory;
+    return Fail(in, out, kStatusOutOfMemory);
   }
   std::memcpy(*h, &token, 8);
   out->global_data = in->global_data = h;
   out->out_flags |= kEffectGlobalOutFlags;
   out->my_version = kEffectVersionWord;
-  auto* pf = static_cast<const PixelFormatSuite1*>(
-      Acquire(in, kPixelFormatSuiteName, kPixelFormatSuiteVersion));
-  if (pf) {
+  Suite<PixelFormatSuite1> pf(in, kPixelFormatSuiteName, kPixelFormatSuiteVersion);
+  if (pf.s) {
     pf->clear_supported_pixel_formats(in->effect_ref);
     pf->add_supported_pixel_format(in->effect_ref, kPixelFormatBGRA);
     pf->add_supported_pixel_format(in->effect_ref, kPixelFormatVUYA);
-    in->suites->release(kPixelFormatSuiteName, kPixelFormatSuiteVersion);
-  } else {
-    Fail(in, out, "Not able to acquire VEFX Suite.");
   }
   return kStatusOk;
 }
@@ -76,62 +80,36 @@ VxStatus GlobalSetdown(InputRecord* in, OutputRecord* out) {
 
 VxStatus ParamsSetup(InputRecord* in, OutputRecord* out) {
   const UtilCallbacks* u = in->utils;
-  auto label = [&](int32_t i) {
-    return u->lookup_string(reinterpret_cast<int64_t>(&g_table), i, 0, 0);
-  };
-  ParamDef def{};
-  static const char kDefault[] = "default document";
   VxHandle h = u->new_handle(sizeof kDefault - 1);
   if (!h) return kStatusOutOfMemory;
   std::memcpy(*h, kDefault, sizeof kDefault - 1);
-  def.id = kDoc;
-  def.param_type = kParamTypeArbitrary;
-  u->copy_text(def.name, sizeof def.name, label(3));
-  def.u.arb_d.id = 1;
-  def.u.arb_d.dephault = h;
-  def.u.arb_d.refcon = reinterpret_cast<void*>(2);
-  u->add_param(in->effect_ref, kParamIndexAppend, &def);
-
-  def = ParamDef{};
-  def.id = kScale;
-  def.param_type = kParamTypeFixedSlider;
-  u->copy_text(def.name, sizeof def.name, label(1));
-  def.u.fd.value = def.u.fd.dephault = 100 << 16;
-  def.u.fd.valid_max = def.u.fd.slider_max = 400 << 16;
-  if (VxStatus st = u->add_param(in->effect_ref, kParamIndexAppend, &def)) return st;
-
-  def = ParamDef{};
-  def.id = kAngle;
-  def.param_type = kParamTypeAngle;
-  if (VxStatus st = u->add_param(in->effect_ref, kParamIndexAppend, &def)) return st;
-
-  def = ParamDef{};
-  def.id = kCheck;
-  def.param_type = kParamTypeCheckbox;
-  def.flags = kParamFlagCannotTimeVary | kParamFlagSupervise;
-  def.u.bd.value = def.u.bd.dephault = 1;
-  if (VxStatus st = u->add_param(in->effect_ref, kParamIndexAppend, &def)) return st;
-
-  def = ParamDef{};
-  def.id = kPoint;
-  def.param_type = kParamTypePoint;
-  def.u.td.x_dephault = def.u.td.y_dephault = 50 << 16;
-  if (VxStatus st = u->add_param(in->effect_ref, kParamIndexAppend, &def)) return st;
+  ParamDef defs[kCount - 1] = {};
+  defs[0].param_type = kParamTypeArbitrary;
+  defs[0].u.arb_d.dephault = h;
+  defs[1].param_type = kParamTypeFixedSlider;
+  defs[1].u.fd.value = defs[1].u.fd.dephault = 100 << 16;
+  defs[1].u.fd.valid_max = defs[1].u.fd.slider_max = 400 << 16;
+  defs[2].param_type = kParamTypeAngle;
+  defs[3].param_type = kParamTypeCheckbox;
+  defs[3].flags = kParamFlagCannotTimeVary | kParamFlagSupervise;
+  defs[3].u.bd.value = defs[3].u.bd.dephault = 1;
+  defs[4].param_type = kParamTypePoint;
+  defs[4].u.td.x_dephault = defs[4].u.td.y_dephault = 50 << 16;
+  for (int i = 0; i < kCount - 1; ++i) {
+    defs[i].id = i + 1;
+    const int label = i == 0 ? 3 : i == 1 ? 1 : -1;  // Source Text, Scale
+    u->copy_text(defs[i].name, sizeof defs[i].name,
+                 u->lookup_string(reinterpret_cast<int64_t>(&g_table), label, 0, 0));
+    if (VxStatus st = u->add_param(in->effect_ref, kParamIndexAppend, &defs[i])) return st;
+  }
   out->num_params = kCount;
   return kStatusOk;
 }
 
-uint8_t Byte(VxFixed f) {
-  return uint8_t(f >> 16);
-}
-
 VxStatus Render(InputRecord* in, ParamList* params, OutputLayer* layer) {
   uint32_t format = kPixelFormatBad;
-  if (auto* pf = static_cast<const PixelFormatSuite1*>(
-          Acquire(in, kPixelFormatSuiteName, kPixelFormatSuiteVersion))) {
+  if (Suite<PixelFormatSuite1> pf(in, kPixelFormatSuiteName, kPixelFormatSuiteVersion); pf.s)
     pf->get_pixel_format(layer, &format);
-    in->suites->release(kPixelFormatSuiteName, kPixelFormatSuiteVersion);
-  }
   if (format != kPixelFormatBGRA && format != kPixelFormatVUYA)
     return kStatusUnsupportedPixelFormat;
   in->utils->copy_layer(in->effect_ref, params->params[0]->u.ld.layer, layer, nullptr, nullptr);
@@ -140,13 +118,11 @@ VxStatus Render(InputRecord* in, ParamList* params, OutputLayer* layer) {
   if (size == 0) return kStatusStructDamaged;
 
   // The document goes through the frame cache, keyed by its bytes, the way layouts do.
-  auto* cache =
-      static_cast<const RPixCacheSuite6*>(Acquire(in, kRPixCacheSuiteName, kRPixCacheSuiteVersion));
-  auto* creator = static_cast<const RPixCreatorSuite3*>(
-      Acquire(in, kRPixCreatorSuiteName, kRPixCreatorSuiteVersion));
-  auto* pix = static_cast<const RPixSuite1*>(Acquire(in, kRPixSuiteName, kRPixSuiteVersion));
+  Suite<RPixCacheSuite6> cache(in, kRPixCacheSuiteName, kRPixCacheSuiteVersion);
+  Suite<RPixCreatorSuite3> creator(in, kRPixCreatorSuiteName, kRPixCreatorSuiteVersion);
+  Suite<RPixSuite1> pix(in, kRPixSuiteName, kRPixSuiteVersion);
   uint8_t first = 0;
-  if (cache && creator && pix) {
+  if (cache.s && creator.s && pix.s) {
     uint64_t hash = 1469598103934665603ull;
     for (uint64_t i = 0; i < size; ++i)
       hash = (hash ^ static_cast<uint8_t*>(*doc)[i]) * 1099511628211ull;
@@ -154,44 +130,30 @@ VxStatus Render(InputRecord* in, ParamList* params, OutputLayer* layer) {
     std::snprintf(key, sizeof key, "test-%016llx-%llu", static_cast<unsigned long long>(hash),
                   static_cast<unsigned long long>(size));
     RPixHandle h = nullptr;
+    void* p = nullptr;
     cache->lookup(key, &h);
-    if (!h) {
-      RPixHandle made = nullptr;
-      if (creator->create(&made, kRPixKindRaw, kPixelFormatRaw, 1, 1, 1, 1, size) >= 0) {
-        void* p = nullptr;
-        pix->get_pixels(made, kRPixAccessWrite, &p);
-        std::memcpy(p, *doc, size);
-        cache->add(key, made);
-        h = made;  // another thread may evict it at once; the reference keeps it readable
-      }
+    if (!h && creator->create(&h, kRPixKindRaw, kPixelFormatRaw, 1, 1, 1, 1, size) >= 0) {
+      pix->get_pixels(h, kRPixAccessWrite, &p);
+      std::memcpy(p, *doc, size);
+      cache->add(key, h);  // another thread may evict it at once; our reference keeps it readable
     }
-    if (h) {
-      void* p = nullptr;
-      if (pix->get_pixels(h, kRPixAccessRead, &p) >= 0) first = *static_cast<uint8_t*>(p);
-      pix->dispose(h);
-    }
+    if (h && pix->get_pixels(h, kRPixAccessRead, &p) >= 0) first = *static_cast<uint8_t*>(p);
+    if (h) pix->dispose(h);
   }
-  if (cache) in->suites->release(kRPixCacheSuiteName, kRPixCacheSuiteVersion);
-  if (creator) in->suites->release(kRPixCreatorSuiteName, kRPixCreatorSuiteVersion);
-  if (pix) in->suites->release(kRPixSuiteName, kRPixSuiteVersion);
-
   // Row 0 is the visual top whatever the stride.
   auto* top = static_cast<uint8_t*>(layer->data);
-  top[0] = Byte(params->params[kScale]->u.fd.value);
-  top[1] = Byte(params->params[kAngle]->u.ad.value);
+  top[0] = uint8_t(params->params[kScale]->u.fd.value >> 16);
+  top[1] = uint8_t(params->params[kAngle]->u.ad.value >> 16);
   top[2] = uint8_t(params->params[kCheck]->u.bd.value);
   top[3] = first;
-  if (layer->width > 1) {
-    top[4] = Byte(params->params[kPoint]->u.td.x_value);
-    top[5] = Byte(params->params[kPoint]->u.td.y_value);
-  }
+  top[4] = uint8_t(params->params[kPoint]->u.td.x_value >> 16);
+  top[5] = uint8_t(params->params[kPoint]->u.td.y_value >> 16);
   return kStatusOk;
 }
 
 VxStatus UpdateUI(InputRecord* in, ParamList* params) {
-  auto* pu = static_cast<const ParamUtilsSuite3*>(
-      Acquire(in, kParamUtilsSuiteName, kParamUtilsSuiteVersion));
-  if (!pu) return kStatusSuiteThrew;
+  Suite<ParamUtilsSuite3> pu(in, kParamUtilsSuiteName, kParamUtilsSuiteVersion);
+  if (!pu.s) return kStatusSuiteThrew;
   ParamDef scale = *params->params[kScale];
   const bool uniform = params->params[kCheck]->u.bd.value != 0;
   in->utils->copy_text(
@@ -199,15 +161,13 @@ VxStatus UpdateUI(InputRecord* in, ParamList* params) {
       in->utils->lookup_string(reinterpret_cast<int64_t>(&g_table), uniform ? 1 : 2, 0, 0));
   scale.ui_flags = uniform ? 0 : kParamUIFlagDisabled;
   pu->update_param_ui(in->effect_ref, kScale, &scale);
-  in->suites->release(kParamUtilsSuiteName, kParamUtilsSuiteVersion);
   return kStatusOk;
 }
 
 // Describes the changed parameter as checked out at the current time.
 VxStatus Changed(InputRecord* in, OutputRecord* out, ExtraRecord* extra) {
-  auto* pu = static_cast<const ParamUtilsSuite3*>(
-      Acquire(in, kParamUtilsSuiteName, kParamUtilsSuiteVersion));
-  if (!pu) return kStatusSuiteThrew;
+  Suite<ParamUtilsSuite3> pu(in, kParamUtilsSuiteName, kParamUtilsSuiteVersion);
+  if (!pu.s) return kStatusSuiteThrew;
   ParamDef def{};
   char text[64] = "checkout failed";
   if (pu->checkout_param(in->effect_ref, extra->change.param_index, in->current_time, in->time_step,
@@ -220,74 +180,55 @@ VxStatus Changed(InputRecord* in, OutputRecord* out, ExtraRecord* extra) {
     pu->checkin_param(in->effect_ref, &def);
   }
   in->utils->copy_message(out, text);
-  in->suites->release(kParamUtilsSuiteName, kParamUtilsSuiteVersion);
   return kStatusOk;
 }
 
 VxStatus Event(InputRecord* in, ExtraRecord* extra) {
   EventRecord& ev = extra->event;
   if (ev.event_type != kEventDraw || (*ev.context)->window_type != 0) return kStatusOk;
-  auto* draw = static_cast<const DrawbotDrawSuite1*>(
-      Acquire(in, kDrawbotDrawSuiteName, kDrawbotDrawSuiteVersion));
-  auto* supplier = static_cast<const DrawbotSupplierSuite1*>(
-      Acquire(in, kDrawbotSupplierSuiteName, kDrawbotSupplierSuiteVersion));
-  auto* path = static_cast<const DrawbotPathSuite1*>(
-      Acquire(in, kDrawbotPathSuiteName, kDrawbotPathSuiteVersion));
-  auto* surface = static_cast<const DrawbotSurfaceSuite1*>(
-      Acquire(in, kDrawbotSurfaceSuiteName, kDrawbotSurfaceSuiteVersion));
-  if (draw && supplier && path && surface) {
-    auto drawer = static_cast<DrawbotDrawerRef>((*ev.context)->host_data);
-    DrawbotSupplierRef sup = nullptr;
-    DrawbotSurfaceRef surf = nullptr;
-    DrawbotPathRef p = nullptr;
-    draw->get_supplier(drawer, &sup);
-    draw->get_surface(drawer, &surf);
-    supplier->new_path(sup, &p);
-    VxFixed x = ev.click_x << 16, y = ev.click_y << 16;
-    ev.callbacks->layer_to_viewer((*ev.context)->host_data, &x, &y);
-    path->add_rect(p, float(x >> 16), float(y >> 16), 10, 20);
-    const DrawbotColor red{1, 0, 0, 1};
-    surface->stroke_path(surf, &red, p, 2);
-    supplier->dispose_path(p);
-    ev.handled = 1;
-  }
-  const char* names[] = {kDrawbotDrawSuiteName, kDrawbotSupplierSuiteName, kDrawbotPathSuiteName,
-                         kDrawbotSurfaceSuiteName};
-  const void* got[] = {draw, supplier, path, surface};
-  for (int i = 0; i < 4; ++i)
-    if (got[i]) in->suites->release(names[i], 1);
+  Suite<DrawbotDrawSuite1> draw(in, kDrawbotDrawSuiteName, kDrawbotDrawSuiteVersion);
+  Suite<DrawbotSupplierSuite1> supplier(in, kDrawbotSupplierSuiteName,
+                                        kDrawbotSupplierSuiteVersion);
+  Suite<DrawbotPathSuite1> path(in, kDrawbotPathSuiteName, kDrawbotPathSuiteVersion);
+  Suite<DrawbotSurfaceSuite1> surface(in, kDrawbotSurfaceSuiteName, kDrawbotSurfaceSuiteVersion);
+  if (!draw.s || !supplier.s || !path.s || !surface.s) return kStatusOk;
+  auto drawer = static_cast<DrawbotDrawerRef>((*ev.context)->host_data);
+  DrawbotSupplierRef sup = nullptr;
+  DrawbotSurfaceRef surf = nullptr;
+  DrawbotPathRef p = nullptr;
+  draw->get_supplier(drawer, &sup);
+  draw->get_surface(drawer, &surf);
+  supplier->new_path(sup, &p);
+  VxFixed x = ev.click_x << 16, y = ev.click_y << 16;
+  ev.callbacks->layer_to_viewer((*ev.context)->host_data, &x, &y);
+  path->add_rect(p, float(x >> 16), float(y >> 16), 10, 20);
+  const DrawbotColor red{1, 0, 0, 1};
+  surface->stroke_path(surf, &red, p, 2);
+  supplier->dispose_path(p);
+  ev.handled = 1;
   return kStatusOk;
 }
 
-bool Own(uint64_t refcon) {
-  return refcon == 1 || refcon == 2;
-}
-
+// Document values are host handles holding the document's bytes.
 VxStatus Arbitrary(InputRecord* in, ExtraRecord* extra) {
   const UtilCallbacks* u = in->utils;
   ArbRequestRecord& r = extra->arb;
+  auto copy = [&](const void* src, uint64_t size, VxHandle* dst) {
+    VxHandle h = u->new_handle(size);
+    if (!h) return kStatusOutOfMemory;
+    if (size) std::memcpy(*h, src, size);
+    *dst = h;
+    return kStatusOk;
+  };
   switch (r.selector) {
-    case kArbNew: {
-      *r.u.create.dst = nullptr;
-      VxHandle h = u->new_handle(0);
-      if (!h) return kStatusOutOfMemory;
-      *r.u.create.dst = h;
-      return Own(r.refcon) ? kStatusOk : kStatusStructDamaged;
-    }
-    case kArbDispose:
-      if (!Own(r.refcon)) return kStatusStructDamaged;
+    case kArbDispose:  // copies of the default are declined: the host frees those itself
+      if (u->get_handle_size(r.u.dispose.handle) == sizeof kDefault - 1 &&
+          std::memcmp(*r.u.dispose.handle, kDefault, sizeof kDefault - 1) == 0)
+        return kStatusStructDamaged;
       u->dispose_handle(r.u.dispose.handle);
-      r.u.dispose.handle = nullptr;
       return kStatusOk;
-    case kArbCopy: {
-      if (!Own(r.refcon)) return kStatusOk;
-      const uint64_t size = u->get_handle_size(r.u.copy.src);
-      VxHandle h = u->new_handle(size);
-      if (!h) return kStatusOutOfMemory;
-      if (size) std::memcpy(*h, *r.u.copy.src, size);
-      *r.u.copy.dst = h;
-      return kStatusOk;
-    }
+    case kArbCopy:
+      return copy(*r.u.copy.src, u->get_handle_size(r.u.copy.src), r.u.copy.dst);
     case kArbFlatSize:
       *r.u.flat_size.flat_size = uint32_t(u->get_handle_size(r.u.flat_size.handle));
       return kStatusOk;
@@ -295,22 +236,11 @@ VxStatus Arbitrary(InputRecord* in, ExtraRecord* extra) {
       if (r.u.flatten.buf_size)
         std::memcpy(r.u.flatten.buf, *r.u.flatten.handle, r.u.flatten.buf_size);
       return kStatusOk;
-    case kArbUnflatten: {
-      VxHandle h = u->new_handle(r.u.unflatten.buf_size);
-      if (!h) return kStatusOutOfMemory;
-      if (r.u.unflatten.buf_size) std::memcpy(*h, r.u.unflatten.buf, r.u.unflatten.buf_size);
-      *r.u.unflatten.dst = h;
+    case kArbUnflatten:
+      return copy(r.u.unflatten.buf, r.u.unflatten.buf_size, r.u.unflatten.dst);
+    case kArbInterpolate:  // holds the earlier keyframe
+      copy(*r.u.interpolate.left, u->get_handle_size(r.u.interpolate.left), r.u.interpolate.dst);
       return kStatusOk;
-    }
-    case kArbInterpolate: {
-      const uint64_t size = u->get_handle_size(r.u.interpolate.left);
-      if (size == 0) return kStatusOk;
-      VxHandle h = u->new_handle(size);
-      if (!h) return kStatusOk;
-      std::memcpy(*h, *r.u.interpolate.left, size);
-      *r.u.interpolate.dst = h;
-      return kStatusOk;
-    }
     default:
       return kStatusOk;
   }
@@ -332,7 +262,7 @@ extern "C" VX_MODULE_EXPORT VxStatus EffectMain(EffectCommand cmd, InputRecord* 
       out->sequence_data = in->utils->new_handle(1);
       return out->sequence_data ? kStatusOk : kStatusStructDamaged;
     case kCmdSequenceSetdown:
-      if (in->sequence_data) in->utils->dispose_handle(in->sequence_data);
+      in->utils->dispose_handle(in->sequence_data);
       return kStatusOk;
     case kCmdRender:
       return Render(in, params, layer);
