@@ -3,47 +3,26 @@
 #include <png.h>
 
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <limits>
-#include <memory>
-#include <vector>
 
 namespace vetext_test {
 
-DiffStats Diff(const Buffer& a, const Buffer& b, int channels) {
+DiffStats Diff(const Buffer& a, const Buffer& b, int first, int count) {
   DiffStats s;
-  if (a.W != b.W || a.H != b.H) {
-    s.max_abs = 255;
-    s.mean_abs = 255;
-    return s;
-  }
+  if (a.W != b.W || a.H != b.H) return {255, 255, 0};
   uint64_t sum = 0, sq = 0, n = 0;
   for (size_t i = 0; i < a.px.size(); i += 4)
-    for (int c = 0; c < channels; ++c) {
-      int d = std::abs(int(a.px[i + c]) - int(b.px[i + c]));
+    for (size_t c = i + size_t(first); c < i + size_t(first + count); ++c, ++n) {
+      int d = std::abs(int(a.px[c]) - int(b.px[c]));
       s.max_abs = std::max(s.max_abs, d);
       sum += uint64_t(d);
       sq += uint64_t(d * d);
-      ++n;
     }
   s.mean_abs = n ? double(sum) / double(n) : 0;
-  double mse = n ? double(sq) / double(n) : 0;
-  s.psnr =
-      mse == 0 ? std::numeric_limits<double>::infinity() : 10.0 * std::log10(255.0 * 255.0 / mse);
+  s.psnr = sq == 0 ? std::numeric_limits<double>::infinity()
+                   : 10.0 * std::log10(255.0 * 255.0 * double(n) / double(sq));
   return s;
-}
-
-double Psnr(const Buffer& a, const Buffer& b, int channel) {
-  if (a.W != b.W || a.H != b.H) return 0;
-  double sq = 0;
-  size_t n = 0;
-  for (size_t i = size_t(channel); i < a.px.size(); i += 4, ++n) {
-    double d = double(a.px[i]) - double(b.px[i]);
-    sq += d * d;
-  }
-  if (sq == 0) return std::numeric_limits<double>::infinity();
-  return 10.0 * std::log10(255.0 * 255.0 / (sq / double(n)));
 }
 
 Buffer BoxReduce(const Buffer& src, int f) {
@@ -65,28 +44,22 @@ bool WritePng(const std::string& path, const Buffer& b, std::string* error) {
   img.width = png_uint_32(b.W);
   img.height = png_uint_32(b.H);
   img.format = PNG_FORMAT_BGRA;
-  if (!png_image_write_to_file(&img, path.c_str(), 0, b.px.data(), b.W * 4, nullptr)) {
-    if (error) *error = path + ": " + img.message;
-    return false;
-  }
-  return true;
+  if (png_image_write_to_file(&img, path.c_str(), 0, b.px.data(), b.W * 4, nullptr)) return true;
+  *error = path + ": " + img.message;
+  return false;
 }
 
 bool ReadPng(const std::string& path, Buffer* out, std::string* error) {
   png_image img{};
   img.version = PNG_IMAGE_VERSION;
-  if (!png_image_begin_read_from_file(&img, path.c_str())) {
-    if (error) *error = path + ": " + img.message;
-    return false;
+  if (png_image_begin_read_from_file(&img, path.c_str())) {
+    img.format = PNG_FORMAT_BGRA;
+    *out = Buffer(int32_t(img.width), int32_t(img.height));
+    if (png_image_finish_read(&img, nullptr, out->data(), out->W * 4, nullptr)) return true;
   }
-  img.format = PNG_FORMAT_BGRA;
-  *out = Buffer(int32_t(img.width), int32_t(img.height));
-  if (!png_image_finish_read(&img, nullptr, out->data(), out->W * 4, nullptr)) {
-    if (error) *error = path + ": " + img.message;
-    png_image_free(&img);
-    return false;
-  }
-  return true;
+  *error = path + ": " + img.message;
+  png_image_free(&img);
+  return false;
 }
 
 }  // namespace vetext_test

@@ -1,7 +1,6 @@
 // A small image comparison for the render tests: PNG in and out, error statistics.
 #pragma once
 
-#include <cstdint>
 #include <string>
 
 #include "test_layouts.h"
@@ -13,10 +12,8 @@ struct DiffStats {
   double mean_abs = 0;
   double psnr = 0;  // dB; infinity for identical pictures
 };
-// Over `channels` bytes of each pixel (3: colour only; 4: with alpha).
-DiffStats Diff(const Buffer& a, const Buffer& b, int channels = 4);
-// PSNR of channel `channel` alone (3: alpha).
-double Psnr(const Buffer& a, const Buffer& b, int channel);
+// Over bytes [first, first + count) of each pixel (0, 3: colour only; 3, 1: alpha alone).
+DiffStats Diff(const Buffer& a, const Buffer& b, int first = 0, int count = 4);
 // Averages factor x factor blocks (the reference reduction of a supersampled picture).
 Buffer BoxReduce(const Buffer& src, int factor);
 
