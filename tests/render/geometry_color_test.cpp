@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <tuple>
 
 #include "render/color.h"
 #include "render/geometry.h"
@@ -35,18 +36,12 @@ TEST(RasterGeometry, StrokeMarginOriginAndTruncation) {
   };
   for (const Case& c : cases) {
     RasterGeometry g = ComputeRasterGeometry(c.layout);
-    EXPECT_EQ(g.bw, c.bw);
-    EXPECT_EQ(g.bh, c.bh);
-    EXPECT_EQ(g.W, c.W);
-    EXPECT_EQ(g.H, c.H);
-    EXPECT_FLOAT_EQ(g.ox, c.ox);
-    EXPECT_FLOAT_EQ(g.oy, c.oy);
+    EXPECT_EQ(std::tuple(g.bw, g.bh, g.W, g.H, g.ox, g.oy),
+              std::tuple(c.bw, c.bh, c.W, c.H, c.ox, c.oy));
     EXPECT_EQ(RasterBufferBytes(g), int64_t(c.W) * c.H * 4);
   }
   LayoutRecord l = Box(0, 0, 1, 1, {0, 0});
-  EXPECT_FLOAT_EQ(ComputeRasterGeometry(l).first_baseline_shift, 0.0f);
-  l.mCharacters[0].mBaselineShift = 12;
-  l.mCharacters[1].mBaselineShift = 30;
+  l.mCharacters[0].mBaselineShift = 12, l.mCharacters[1].mBaselineShift = 30;
   EXPECT_FLOAT_EQ(ComputeRasterGeometry(l).first_baseline_shift, 12.0f);
   EXPECT_FLOAT_EQ(FirstBaselineShift(LayoutRecord{}), 0.0f);
 }
@@ -63,64 +58,36 @@ TEST(RasterGeometry, NothingToDrawForThinOrDamagedBlocks) {
 
 TEST(RasterGeometry, AlignmentAnchorFollowsTheFirstRecord) {
   LayoutRecord l = Box(0, 0, 10, 10, {0, 0});
-  const std::pair<uint32_t, float> cases[] = {{0, 0.0f}, {1, 1.0f}, {2, 0.5f}, {6, 0.5f}};
-  for (auto [alignment, expected] : cases) {
+  for (auto [alignment, expected] : {std::pair{0u, 0.0f}, {1u, 1.0f}, {2u, 0.5f}, {6u, 0.5f}}) {
     l.mCharacters[0].mAlignment = alignment;
-    l.mCharacters[1].mAlignment = 0;
     RasterGeometry g = ComputeRasterGeometry(l);
     EXPECT_FLOAT_EQ(g.ax, expected) << alignment;
     EXPECT_FLOAT_EQ(g.ay, 0.5f);
   }
   float ax = -1, ay = -1;
   AlignmentAnchor(Box(0, 0, 1, 1), &ax, &ay);
-  EXPECT_FLOAT_EQ(ax, 0.5f);
-  EXPECT_FLOAT_EQ(ay, 0.5f);
+  EXPECT_EQ(std::pair(ax, ay), std::pair(0.5f, 0.5f));
   // Box text anchors at the top-left corner whatever the alignment.
   l.mTextInABox = true;
   l.mCharacters[0].mAlignment = 1;
   AlignmentAnchor(l, &ax, &ay);
-  EXPECT_FLOAT_EQ(ax, 0.0f);
-  EXPECT_FLOAT_EQ(ay, 0.0f);
-}
-
-TEST(ColorToPixel, ChannelsInFormatOrderWithTheOpacityLast) {
-  // BT.709: red and blue in V, U, Y; B, G, R for 'bgra'. The alpha byte is ignored.
-  struct Case {
-    uint32_t format;
-    uint8_t r, g, b;
-    float want[3];
-  };
-  const Case cases[] = {
-      {kPixelFormatBGRA, 255, 51, 0, {0.0f, 0.2f, 1.0f}},
-      {kPixelFormatVUYA, 255, 255, 255, {0.5f, 0.5f, 1.0f}},
-      {kPixelFormatVUYA, 0, 0, 0, {0.5f, 0.5f, 0.0f}},
-      {kPixelFormatVUYA, 255, 0, 0, {0.998f, 0.386f, 0.2118f}},
-      {kPixelFormatVUYA, 0, 0, 255, {0.453f, 0.998f, 0.0706f}},
-  };
-  for (const Case& c : cases) {
-    PixelColor p = ColorToPixel(0, c.r, c.g, c.b, c.format, 0.25f);
-    for (int i = 0; i < 3; ++i) EXPECT_NEAR(p.c[i], c.want[i], 1.5f / 255) << int(c.r) << i;
-    EXPECT_FLOAT_EQ(p.c[3], 0.25f);
-  }
+  EXPECT_EQ(std::pair(ax, ay), std::pair(0.0f, 0.0f));
 }
 
 TEST(ColorToPixel, RecordPaintInBufferOrderClamped) {
+  PixelColor p = ColorToPixel(0, 255, 51, 0, kPixelFormatBGRA, 0.25f);
+  EXPECT_EQ(std::vector<float>(p.c, p.c + 4), (std::vector<float>{0.0f, 0.2f, 1.0f, 0.25f}));
   CharacterRecord c;
   c.mFillRed = 1.0f, c.mFillGreen = 0.5f, c.mFillBlue = 0.0f;
-  c.mStrokeRed = 0.0f, c.mStrokeGreen = NAN, c.mStrokeBlue = 2.0f;  // out of range: clamped
-  GlyphPaint p = PaintForRecord(c, kPixelFormatBGRA);
-  const uint8_t fill[3] = {0, 128, 255}, stroke[3] = {255, 0, 0};
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(p.fill[i], fill[i]) << i;
-    EXPECT_EQ(p.stroke[i], stroke[i]) << i;
-  }
-  GlyphPaint v = PaintForRecord(c, kPixelFormatVUYA);
+  c.mStrokeRed = -1.0f, c.mStrokeGreen = NAN, c.mStrokeBlue = 2.0f;  // out of range: clamped
+  GlyphPaint bgra = PaintForRecord(c, kPixelFormatBGRA), vuya = PaintForRecord(c, kPixelFormatVUYA);
+  EXPECT_EQ(std::vector<uint8_t>(bgra.fill, bgra.fill + 3), (std::vector<uint8_t>{0, 128, 255}));
+  EXPECT_EQ(std::vector<uint8_t>(bgra.stroke, bgra.stroke + 3), (std::vector<uint8_t>{255, 0, 0}));
+  // V, U, Y as ColorRGBtoYUV gives them, the chroma moved to 0..255.
   VxYUV yuv = ColorRGBtoYUV(255 | 128 << 8);
-  EXPECT_LE(std::abs(int(v.fill[0]) - (yuv.v + 128)), 1);
-  EXPECT_LE(std::abs(int(v.fill[1]) - (yuv.u + 128)), 1);
-  EXPECT_EQ(v.fill[2], yuv.y);
-  EXPECT_EQ(ChannelToByte(-1.0f), 0);
-  EXPECT_EQ(ChannelToByte(1.0f), 255);
+  EXPECT_NEAR(vuya.fill[0], yuv.v + 128, 1);
+  EXPECT_NEAR(vuya.fill[1], yuv.u + 128, 1);
+  EXPECT_EQ(vuya.fill[2], yuv.y);
 }
 
 }  // namespace
