@@ -1,7 +1,6 @@
 // The tool's document options: parsing on a real CLI::App and the document they build.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <fstream>
 
@@ -11,17 +10,15 @@
 
 namespace {
 
-using vetext_tool::DocumentOptions;
-
 [[maybe_unused]] const int kFontConfig =
     (setenv("FONTCONFIG_FILE", VETEXT_SOURCE_DIR "/fonts/fonts.conf", 0), 0);
 
-vetext::DocumentRecord Build(std::vector<std::string> args) {
+// `args` is split as a shell would, quotes included.
+vetext::DocumentRecord Build(const std::string& args) {
   CLI::App app;
-  DocumentOptions o;
+  vetext_tool::DocumentOptions o;
   vetext_tool::AddDocumentOptions(app, o);
-  std::reverse(args.begin(), args.end());
-  app.parse(args);
+  app.parse(args, false);
   return vetext_tool::BuildDocument(o);
 }
 
@@ -38,108 +35,67 @@ TEST(DocOptions, ColoursBothSpellings) {
     EXPECT_THROW(vetext_tool::ParseColor(bad), std::runtime_error) << bad;
 }
 
-TEST(DocOptions, NoOptionsGiveTheDefaultDocument) {
-  EXPECT_EQ(Build({}), KTE::MakeDefaultDocument()->data);
-  EXPECT_EQ(Build({"--default"}), KTE::MakeDefaultDocument()->data);
-}
-
 TEST(DocOptions, TextStyleBoxAndAlignment) {
-  vetext::DocumentRecord d = Build({"--text",
-                                    "H\u00e9llo",
-                                    "--font",
-                                    "DejaVu Serif",
-                                    "--size",
-                                    "72",
-                                    "--fill",
-                                    "#000000",
-                                    "--stroke",
-                                    "1,0,0",
-                                    "--stroke-width",
-                                    "3",
-                                    "--leading",
-                                    "90",
-                                    "--tracking",
-                                    "50",
-                                    "--kerning",
-                                    "-10",
-                                    "--baseline-shift",
-                                    "4",
-                                    "--stroke-over-fill",
-                                    "--box",
-                                    "640x360",
-                                    "--align",
-                                    "justify LAST center"});
-  EXPECT_EQ(d.mTextParam.mWidth, 640);
-  EXPECT_EQ(d.mTextParam.mHeight, 360);
-  ASSERT_EQ(d.mTextParam.mTextRuns.size(), 1u);
-  const vetext::TextRun& r = d.mTextParam.mTextRuns[0];
-  EXPECT_EQ(r.mText, u"H\u00e9llo");
-  EXPECT_EQ(r.mStyleParam.mFontName, u"DejaVu Serif");
-  EXPECT_EQ(r.mStyleParam.mFontSize, 72.0f);
-  EXPECT_EQ(r.mStyleParam.mFillRed, 0.0f);
-  EXPECT_EQ(r.mStyleParam.mStrokeGreen, 0.0f);
-  EXPECT_EQ(r.mStyleParam.mStrokeRed, 1.0f);
-  EXPECT_EQ(r.mStyleParam.mStrokeWidth, 3.0f);
-  EXPECT_FALSE(r.mStyleParam.mAutoLeading);
-  EXPECT_EQ(r.mStyleParam.mLeading, 90.0f);
-  EXPECT_EQ(r.mStyleParam.mTracking, 50.0f);
-  EXPECT_EQ(r.mStyleParam.mKerning, -10.0f);
-  EXPECT_EQ(r.mStyleParam.mBaselineShift, 4.0f);
-  EXPECT_FALSE(r.mStyleParam.mFillOverStroke);
-  EXPECT_EQ(r.mParaParam.mAlignment, 4u);
+  EXPECT_EQ(Build(""), KTE::MakeDefaultDocument()->data);
+  EXPECT_EQ(Build("--default"), KTE::MakeDefaultDocument()->data);
+
+  const vetext::TextRun run{
+      u"H\u00e9llo",
+      {u"DejaVu Serif", 72, 0, 0, 0, 1, 0, 0, 3, false, 90, -10, 50, 4, false},
+      {vetext::kAlignJustifyLastCenter}};
+  EXPECT_EQ(Build("--text H\u00e9llo --font 'DejaVu Serif' --size 72 --fill #000000 "
+                  "--stroke 1,0,0 --stroke-width 3 --leading 90 --tracking 50 --kerning -10 "
+                  "--baseline-shift 4 --stroke-over-fill --box 640x360 "
+                  "--align 'justify LAST center'"),
+            (vetext::DocumentRecord{1, {{run}, 640, 360}}));
 
   // Style options reach every run of the base; right comes before center in the names.
-  vetext::DocumentRecord all = Build({"--size", "10", "--align", "RIGHT align"});
+  vetext::DocumentRecord all = Build("--size 10 --align 'RIGHT align'");
   ASSERT_EQ(all.mTextParam.mTextRuns.size(), 9u);
-  for (const auto& run : all.mTextParam.mTextRuns) {
-    EXPECT_EQ(run.mStyleParam.mFontSize, 10.0f);
-    EXPECT_EQ(run.mParaParam.mAlignment, 1u);
-    EXPECT_TRUE(run.mStyleParam.mAutoLeading);
+  for (const auto& r : all.mTextParam.mTextRuns) {
+    EXPECT_EQ(r.mStyleParam.mFontSize, 10.0f);
+    EXPECT_EQ(r.mParaParam.mAlignment, vetext::kAlignRight);
+    EXPECT_TRUE(r.mStyleParam.mAutoLeading);
   }
 }
 
 TEST(DocOptions, BadValuesAreRefused) {
-  EXPECT_THROW(Build({"--align", "Justify All"}), std::runtime_error);  // point text
-  EXPECT_THROW(Build({"--align", "middle"}), std::runtime_error);
-  EXPECT_THROW(Build({"--size", "0"}), std::runtime_error);
-  EXPECT_THROW(Build({"--stroke-width", "-1"}), std::runtime_error);
-  EXPECT_THROW(Build({"--box", "10by20"}), CLI::ValidationError);
-  EXPECT_THROW(Build({"--fill", "red"}), CLI::ValidationError);
-  EXPECT_THROW(Build({"--fill-over-stroke", "--stroke-over-fill"}), CLI::ExcludesError);
+  for (const char* args :
+       {"--align 'Justify All'",  // point text
+        "--align middle", "--size 0", "--size 1920x1080", "--stroke-width -1", "--leading -1"})
+    EXPECT_THROW(Build(args), std::runtime_error) << args;
+  EXPECT_THROW(Build("--box 10by20"), CLI::ValidationError);
+  EXPECT_THROW(Build("--fill red"), CLI::ValidationError);
+  EXPECT_THROW(Build("--fill-over-stroke --stroke-over-fill"), CLI::ExcludesError);
 }
 
 TEST(DocOptions, FromJsonAndFromBlock) {
-  const std::string dir = testing::TempDir();
-  const std::string json_path = dir + "/h3_doc.json", block_path = dir + "/h3_doc.bin";
-  {
-    std::ofstream f(json_path);
-    f << R"({"mVersion":1,"mTextParam":{"mTextRuns":[{"mText":"a"},{"mText":"b"}],"mWidth":5}})";
-  }
-  vetext::DocumentRecord from = Build({"--from", json_path, "--size", "20"});
+  const std::string json = testing::TempDir() + "/h3_doc.json",
+                    block = testing::TempDir() + "/h3_doc.bin";
+  auto write = [](const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+  };
+  write(json,
+        R"({"mVersion":1,"mTextParam":{"mTextRuns":[{"mText":"a"},{"mText":"b"}],"mWidth":5}})");
+  vetext::DocumentRecord from = Build("--from " + json + " --size 20");
   ASSERT_EQ(from.mTextParam.mTextRuns.size(), 2u);
   EXPECT_EQ(from.mTextParam.mWidth, 5);
   EXPECT_EQ(from.mTextParam.mTextRuns[1].mStyleParam.mFontSize, 20.0f);
 
-  const std::vector<uint8_t> block = vetext::WriteDocumentBlock(from);
-  {
-    std::ofstream f(block_path, std::ios::binary);
-    f.write(reinterpret_cast<const char*>(block.data()), std::streamsize(block.size()));
-  }
-  EXPECT_EQ(Build({"--block-in", block_path}), from);
-  EXPECT_THROW(Build({"--from", json_path, "--block-in", block_path}), CLI::ExcludesError);
+  const std::vector<uint8_t> bytes = vetext::WriteDocumentBlock(from);
+  write(block, std::string(bytes.begin(), bytes.end()));
+  EXPECT_EQ(Build("--block-in " + block), from);
+  EXPECT_THROW(Build("--from " + json + " --block-in " + block), CLI::ExcludesError);
 
-  {
-    std::ofstream f(json_path);
-    f << "{\"mTextParam\":";
-  }
+  write(json, "{\"mTextParam\":");
   try {
-    Build({"--from", json_path});
+    Build("--from " + json);
     FAIL() << "no error";
   } catch (const KTE::Error& e) {
     EXPECT_STREQ(e.what(), "JSON not well-formed");
   }
-  std::remove(json_path.c_str());
-  std::remove(block_path.c_str());
+  std::remove(json.c_str());
+  std::remove(block.c_str());
 }
 
 }  // namespace

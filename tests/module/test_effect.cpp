@@ -1,10 +1,8 @@
 // The built module, loaded and driven by the reference host.
-#include <elf.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <string>
 
@@ -74,25 +72,24 @@ TEST_F(Effect, MissingPixelFormatSuiteStillSetsUp) {
   EXPECT_EQ(m->ParamsSetup(), kStatusOk);
 }
 
-// The fields of a declared parameter that its type gives meaning to.
-std::vector<int64_t> TypedFields(const ParamDef& p) {
+// What the host learns of a declared parameter: type, flags, and the fields its type gives
+// meaning to.
+std::vector<int64_t> Declared(const ParamDef& p) {
+  std::vector<int64_t> v = {p.param_type, p.ui_flags, p.flags};
   const FixedSliderDef& f = p.u.fd;
   const PointDef& t = p.u.td;
-  switch (p.param_type) {
-    case kParamTypeFixedSlider:
-      return {f.value,      f.dephault,   f.valid_min, f.valid_max,
-              f.slider_min, f.slider_max, f.precision, f.display_flags};
-    case kParamTypePoint:
-      return {t.x_value, t.y_value, t.x_dephault, t.y_dephault, t.restrict_bounds};
-    case kParamTypeCheckbox:
-      return {p.u.bd.value, p.u.bd.dephault};
-    case kParamTypeAngle:
-      return {p.u.ad.dephault};
-    case kParamTypeArbitrary:
-      return {p.u.arb_d.id, int64_t(reinterpret_cast<uintptr_t>(p.u.arb_d.refcon))};
-    default:
-      return {};
-  }
+  if (p.param_type == kParamTypeFixedSlider)
+    v.insert(v.end(), {f.value, f.dephault, f.valid_min, f.valid_max, f.slider_min, f.slider_max,
+                       f.precision, f.display_flags});
+  else if (p.param_type == kParamTypePoint)
+    v.insert(v.end(), {t.x_value, t.y_value, t.x_dephault, t.y_dephault, t.restrict_bounds});
+  else if (p.param_type == kParamTypeCheckbox)
+    v.insert(v.end(), {p.u.bd.value, p.u.bd.dephault});
+  else if (p.param_type == kParamTypeAngle)
+    v.push_back(p.u.ad.dephault);
+  else if (p.param_type == kParamTypeArbitrary)
+    v.insert(v.end(), {p.u.arb_d.id, int64_t(reinterpret_cast<uintptr_t>(p.u.arb_d.refcon))});
+  return v;
 }
 
 TEST_F(Effect, ParamsSetupDeclaresElevenParameters) {
@@ -101,35 +98,22 @@ TEST_F(Effect, ParamsSetupDeclaresElevenParameters) {
   const std::vector<ParamDef>& p = m->params();
   ASSERT_EQ(p.size(), 11u);
   constexpr int64_t k25 = 25 << 16, k50 = 50 << 16, k100 = 100 << 16, k400 = 400 << 16;
-  const struct {
-    ParamType type;
-    const char* name;
-    uint32_t ui_flags, flags;
-    std::vector<int64_t> fields;
-  } kWant[] = {
-      {kParamTypeArbitrary, "Source Text", kParamUIFlagControl, 0, {1, 2}},
-      {kParamTypeGroupStart, "Transform", 0, 0, {}},
-      {kParamTypePoint, "Position", 0, 0, {k50, k50, k50, k50, 0}},
-      {kParamTypeFixedSlider, "Scale", 0, 0, {k100, k100, k25, k400, k25, k400, 0, 0}},
-      {kParamTypeFixedSlider,
-       "Horizontal Scale",
-       kParamUIFlagDisabled,
-       0,
-       {k100, k100, k25, k400, k25, k400, 0, 0}},
-      {kParamTypeCheckbox, "", 0, 0x42, {1, 1}},
-      {kParamTypeAngle, "Rotation", 0, 0, {0}},
-      {kParamTypeFixedSlider, "Opacity", 0, 0, {k100, k100, 0, k100, 0, k100, 1, 1}},
-      {kParamTypePoint, "Anchor Point", 0, 0, {k50, k50, k50, k50, 0}},
-      {kParamTypeGroupEnd, "", 0, 0, {}},
-  };
+  const int64_t kDisabled = kParamUIFlagDisabled, kControl = kParamUIFlagControl;
+  const std::pair<std::string, std::vector<int64_t>> kWant[] = {
+      {"Source Text", {kParamTypeArbitrary, kControl, 0, 1, 2}},
+      {"Transform", {kParamTypeGroupStart, 0, 0}},
+      {"Position", {kParamTypePoint, 0, 0, k50, k50, k50, k50, 0}},
+      {"Scale", {kParamTypeFixedSlider, 0, 0, k100, k100, k25, k400, k25, k400, 0, 0}},
+      {"Horizontal Scale",
+       {kParamTypeFixedSlider, kDisabled, 0, k100, k100, k25, k400, k25, k400, 0, 0}},
+      {"", {kParamTypeCheckbox, 0, 0x42, 1, 1}},
+      {"Rotation", {kParamTypeAngle, 0, 0, 0}},
+      {"Opacity", {kParamTypeFixedSlider, 0, 0, k100, k100, 0, k100, 0, k100, 1, 1}},
+      {"Anchor Point", {kParamTypePoint, 0, 0, k50, k50, k50, k50, 0}},
+      {"", {kParamTypeGroupEnd, 0, 0}}};
   for (int i = 1; i < 11; ++i) {
-    const auto& want = kWant[i - 1];
     EXPECT_EQ(p[i].id, i);
-    EXPECT_EQ(p[i].param_type, want.type) << i;
-    EXPECT_STREQ(p[i].name, want.name) << i;
-    EXPECT_EQ(p[i].ui_flags, want.ui_flags) << i;
-    EXPECT_EQ(p[i].flags, want.flags) << i;
-    EXPECT_EQ(TypedFields(p[i]), want.fields) << i;
+    EXPECT_EQ(std::pair(std::string(p[i].name), Declared(p[i])), kWant[i - 1]) << i;
   }
   ASSERT_NE(p[6].u.bd.name, nullptr);
   EXPECT_STREQ(p[6].u.bd.name, "Uniform Scale");
@@ -142,14 +126,18 @@ TEST_F(Effect, ParamsSetupDeclaresElevenParameters) {
   for (const auto& [index, text] : kLabels) EXPECT_EQ(m->LookupLabel(index), text) << index;
 }
 
-TEST_F(Effect, FailingAddOfScaleStopsSetupAndKeepsTheCount) {
+TEST_F(Effect, FailedParamsSetupKeepsTheCount) {
   host.faults().fail_add_param_at = 3;  // Source Text, Transform, Position, then Scale
   host.faults().add_param_status = -9;
   ASSERT_EQ(m->GlobalSetup(), kStatusOk);
   const int32_t before = m->declared_param_count();
+  EXPECT_NE(before, 11);
+  // No memory for the Source Text default, then the failing add.
+  host.faults().fail_alloc_after = stats().handles_allocated.load();
+  EXPECT_EQ(m->ParamsSetup(), kStatusOutOfMemory);
+  host.faults().fail_alloc_after = -1;
   EXPECT_EQ(m->ParamsSetup(), -9);
   EXPECT_EQ(m->declared_param_count(), before);
-  EXPECT_NE(before, 11);
 }
 
 TEST_F(Effect, UniformScaleRelabelsAndDisables) {
@@ -212,30 +200,14 @@ TEST_F(Effect, DocumentParamThroughProjectsAndFailedAllocation) {
   EXPECT_EQ(inst->ValueAt(1, 0).bytes, v.bytes);
 }
 
-// The defined dynamic symbols of the module, read from its ELF dynamic symbol table.
+// The defined dynamic symbols of the module, as binutils reads its dynamic symbol table.
 std::set<std::string> ExportedSymbols(const std::string& path) {
-  std::ifstream f(path, std::ios::binary);
-  const std::string b((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-  auto read = [&](auto& v, size_t at) {
-    return at + sizeof v <= b.size() && std::memcpy(&v, b.data() + at, sizeof v);
-  };
   std::set<std::string> names;
-  Elf64_Ehdr eh;
-  if (!read(eh, 0) || std::memcmp(eh.e_ident, ELFMAG, SELFMAG) != 0 ||
-      eh.e_ident[EI_CLASS] != ELFCLASS64)
-    return names;
-  for (size_t i = 0; i < eh.e_shnum; ++i) {
-    Elf64_Shdr sh, strtab{};
-    if (!read(sh, eh.e_shoff + i * eh.e_shentsize) || sh.sh_type != SHT_DYNSYM) continue;
-    read(strtab, eh.e_shoff + sh.sh_link * eh.e_shentsize);
-    Elf64_Sym sym;
-    for (size_t at = sh.sh_offset; at < sh.sh_offset + sh.sh_size && read(sym, at);
-         at += sizeof sym) {
-      if (sym.st_shndx != SHN_UNDEF && sym.st_name != 0 &&
-          strtab.sh_offset + sym.st_name < b.size())
-        names.insert(b.c_str() + strtab.sh_offset + sym.st_name);
-    }
-  }
+  FILE* nm = popen(("nm -D --defined-only --format=just-symbols '" + path + "'").c_str(), "r");
+  char line[512];
+  while (nm != nullptr && std::fgets(line, sizeof line, nm) != nullptr)
+    names.insert(std::string(line, std::strcspn(line, "\n")));
+  EXPECT_TRUE(nm != nullptr && pclose(nm) == 0) << "nm failed on " << path;
   return names;
 }
 

@@ -15,11 +15,10 @@ struct Block {
   uint64_t size;
 };
 int64_t g_live = 0;
-int64_t g_fail_after = -1;  // allocations that still succeed; -1 never fails
+bool g_no_memory = false;
 
 VxHandle NewHandle(uint64_t size) {
-  if (g_fail_after == 0) return nullptr;
-  if (g_fail_after > 0) --g_fail_after;
+  if (g_no_memory) return nullptr;
   ++g_live;
   return &(new Block{size ? ::operator new(size) : nullptr, size})->ptr;
 }
@@ -43,6 +42,7 @@ std::vector<uint8_t> BytesOf(VxHandle h) {
 }
 
 const VxHandle kStale = reinterpret_cast<VxHandle>(0x1);  // a result slot not yet written
+const std::vector<uint8_t> kBlock = {6, 0, 0, 0, 0, 0, 0, 0, '{', 0, '}', 0, 0xFF, 0xFE};
 
 struct Handlers : testing::Test {
   UtilCallbacks utils{};
@@ -51,7 +51,7 @@ struct Handlers : testing::Test {
   ArbRequestRecord last{};  // the last document-data request as the handler left it
   Handlers() {
     g_live = 0;
-    g_fail_after = -1;
+    g_no_memory = false;
     utils.new_handle = &NewHandle;
     utils.dispose_handle = &DisposeHandle;
     utils.get_handle_size = &HandleSize;
@@ -73,105 +73,90 @@ struct Handlers : testing::Test {
   }
 };
 
-TEST_F(Handlers, CreateAndDisposeHonourTheReferenceConstant) {
-  for (uint64_t refcon : {1u, 2u}) {
-    VxHandle made = kStale;
-    EXPECT_EQ(Arb(kArbNew, refcon, [&](auto& u) { u.create.dst = &made; }), kStatusOk);
-    ASSERT_NE(made, nullptr);
-    EXPECT_EQ(HandleSize(made), 0u);
-    EXPECT_EQ(Arb(kArbDispose, refcon, [&](auto& u) { u.dispose.handle = made; }), kStatusOk);
-    EXPECT_EQ(last.u.dispose.handle, nullptr);
+TEST_F(Handlers, RequestsThatMakeAValue) {
+  // What the result slot receives: the value's bytes in new memory, an empty handle, null, or
+  // nothing at all.
+  enum Result { kBytes, kEmpty, kNull, kUntouched };
+  const struct {
+    int32_t selector;
+    uint64_t refcon;
+    bool empty_value, no_memory;
+    VxStatus status;
+    Result result;
+  } kCases[] = {
+      // Create honours the constant, but a foreign parameter still gets its empty value.
+      {kArbNew, 1, false, false, kStatusOk, kEmpty},
+      {kArbNew, 2, false, false, kStatusOk, kEmpty},
+      {kArbNew, 3, false, false, kStatusStructDamaged, kEmpty},
+      {kArbNew, 2, false, true, kStatusOutOfMemory, kNull},
+      {kArbCopy, 1, false, false, kStatusOk, kBytes},
+      {kArbCopy, 9, false, false, kStatusOk, kUntouched},  // a foreign copy succeeds
+      {kArbCopy, 2, false, true, kStatusOutOfMemory, kNull},
+      {kArbUnflatten, 77, false, false, kStatusOk, kBytes},  // ignores the constant
+      {kArbUnflatten, 77, false, true, kStatusOutOfMemory, kNull},
+      // A text document holds its value until the next keyframe: the earlier one.
+      {kArbInterpolate, 2, false, false, kStatusOk, kBytes},
+      {kArbInterpolate, 2, true, false, kStatusOk, kUntouched},
+      {kArbInterpolate, 2, false, true, kStatusOk, kNull},
+      // Compare, print and unknown selectors do nothing.
+      {kArbCompare, 2, false, false, kStatusOk, kUntouched},
+      {kArbPrint, 2, false, false, kStatusOk, kUntouched},
+      {100, 2, false, false, kStatusOk, kUntouched},
+      {-1, 2, false, false, kStatusOk, kUntouched},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(testing::Message() << c.selector << " " << c.refcon << " " << c.no_memory);
+    const std::vector<uint8_t> bytes = c.empty_value ? std::vector<uint8_t>{} : kBlock;
+    VxHandle value = HandleOf(bytes), later = HandleOf({9, 9}), result = kStale;
+    g_no_memory = c.no_memory;
+    EXPECT_EQ(Arb(c.selector, c.refcon,
+                  [&](auto& u) {
+                    if (c.selector == kArbNew)
+                      u.create.dst = &result;
+                    else if (c.selector == kArbCopy)
+                      u.copy = {value, &result};
+                    else if (c.selector == kArbUnflatten)
+                      u.unflatten = {uint32_t(bytes.size()), 0, bytes.data(), &result};
+                    else
+                      u.interpolate = {value, later, 0.5, &result};
+                  }),
+              c.status);
+    g_no_memory = false;
+    EXPECT_EQ(result == kStale, c.result == kUntouched);
+    EXPECT_EQ(result == nullptr, c.result == kNull);
+    if (result != nullptr && result != kStale) {
+      EXPECT_EQ(BytesOf(result), c.result == kBytes ? bytes : std::vector<uint8_t>{});
+      EXPECT_NE(*result, *value);
+      DisposeHandle(result);
+    }
+    for (VxHandle h : {value, later}) DisposeHandle(h);
   }
   EXPECT_EQ(g_live, 0);
-
-  // A foreign parameter still gets its empty value on create, but 512; dispose leaves it alone.
-  VxHandle foreign = nullptr;
-  EXPECT_EQ(Arb(kArbNew, 3, [&](auto& u) { u.create.dst = &foreign; }), kStatusStructDamaged);
-  ASSERT_NE(foreign, nullptr);
-  EXPECT_EQ(Arb(kArbDispose, 3, [&](auto& u) { u.dispose.handle = foreign; }),
-            kStatusStructDamaged);
-  EXPECT_EQ(g_live, 1);
-  DisposeHandle(foreign);
-
-  g_fail_after = 0;
-  VxHandle none = kStale;
-  EXPECT_EQ(Arb(kArbNew, 2, [&](auto& u) { u.create.dst = &none; }), kStatusOutOfMemory);
-  EXPECT_EQ(none, nullptr);
 }
 
-TEST_F(Handlers, CopyFlattenUnflattenKeepTheBytes) {
-  const std::vector<uint8_t> bytes = {6, 0, 0, 0, 0, 0, 0, 0, '{', 0, '}', 0, 0xFF, 0xFE};
-  VxHandle src = HandleOf(bytes);
-  VxHandle copy = nullptr, untouched = nullptr, restored = nullptr, failed = kStale;
-  EXPECT_EQ(Arb(kArbCopy, 1, [&](auto& u) { u.copy = {src, &copy}; }), kStatusOk);
-  ASSERT_NE(copy, nullptr);
-  EXPECT_NE(*copy, *src);
-  EXPECT_EQ(BytesOf(copy), bytes);
-  // A foreign copy does nothing and succeeds.
-  EXPECT_EQ(Arb(kArbCopy, 9, [&](auto& u) { u.copy = {src, &untouched}; }), kStatusOk);
-  EXPECT_EQ(untouched, nullptr);
-
-  // Size, flatten and unflatten ignore the constant.
+TEST_F(Handlers, DisposeSizeAndFlatten) {
+  // Dispose honours the constant: a foreign value is left alone.
+  VxHandle value = HandleOf(kBlock);
+  EXPECT_EQ(Arb(kArbDispose, 3, [&](auto& u) { u.dispose.handle = value; }), kStatusStructDamaged);
+  EXPECT_EQ(g_live, 1);
+  // Size and flatten ignore the constant; flatten copies what both the value and the buffer
+  // hold, and nothing past it.
   uint32_t size = 0;
-  EXPECT_EQ(Arb(kArbFlatSize, 77, [&](auto& u) { u.flat_size = {src, &size}; }), kStatusOk);
-  EXPECT_EQ(size, bytes.size());
-  // Flatten copies what both the handle and the buffer hold, and nothing past it.
+  EXPECT_EQ(Arb(kArbFlatSize, 77, [&](auto& u) { u.flat_size = {value, &size}; }), kStatusOk);
+  EXPECT_EQ(size, kBlock.size());
   for (uint32_t buf_size : {size - 4, size, 64u}) {
     std::vector<uint8_t> flat(65, 0xAA);
     EXPECT_EQ(Arb(kArbFlatten, 7,
                   [&](auto& u) {
-                    u.flatten = {src, buf_size, 0, flat.data()};
+                    u.flatten = {value, buf_size, 0, flat.data()};
                   }),
               kStatusOk);
-    const size_t n = std::min<size_t>(buf_size, bytes.size());
-    EXPECT_TRUE(std::equal(bytes.begin(), bytes.begin() + n, flat.begin())) << buf_size;
+    const size_t n = std::min<size_t>(buf_size, kBlock.size());
+    EXPECT_TRUE(std::equal(kBlock.begin(), kBlock.begin() + n, flat.begin())) << buf_size;
     EXPECT_EQ(flat[n], 0xAA) << buf_size;
   }
-  auto unflatten = [&](auto& u) { u.unflatten = {size, 0, bytes.data(), &restored}; };
-  EXPECT_EQ(Arb(kArbUnflatten, 77, unflatten), kStatusOk);
-  ASSERT_NE(restored, nullptr);
-  EXPECT_EQ(BytesOf(restored), bytes);
-
-  // Allocation failures on copy and unflatten report 4 and store null.
-  for (VxHandle x : {copy, restored}) DisposeHandle(x);
-  g_fail_after = 0;
-  EXPECT_EQ(Arb(kArbCopy, 2, [&](auto& u) { u.copy = {src, &failed}; }), kStatusOutOfMemory);
-  EXPECT_EQ(failed, nullptr);
-  restored = kStale;
-  EXPECT_EQ(Arb(kArbUnflatten, 77, unflatten), kStatusOutOfMemory);
-  EXPECT_EQ(restored, nullptr);
-  DisposeHandle(src);
-  EXPECT_EQ(g_live, 0);
-}
-
-TEST_F(Handlers, InterpolateHoldsTheEarlierKeyframe) {
-  const std::vector<uint8_t> early = {1, 2, 3, 4, 5};
-  VxHandle left = HandleOf(early), right = HandleOf({9, 9}), empty = HandleOf({});
-  VxHandle result = nullptr;
-  auto between = [&](VxHandle l, double t) {
-    return Arb(kArbInterpolate, 2, [&](auto& u) { u.interpolate = {l, right, t, &result}; });
-  };
-  for (double t : {0.0, 0.5, 0.999}) {
-    EXPECT_EQ(between(left, t), kStatusOk);
-    ASSERT_NE(result, nullptr);
-    EXPECT_EQ(BytesOf(result), early);
-    DisposeHandle(result);
-  }
-  // An empty earlier value writes nothing; a failed allocation still reports 0 and leaves null.
-  result = kStale;
-  EXPECT_EQ(between(empty, 0.5), kStatusOk);
-  EXPECT_EQ(result, kStale);
-  g_fail_after = 0;
-  EXPECT_EQ(between(left, 0.5), kStatusOk);
-  EXPECT_EQ(result, nullptr);
-  g_fail_after = -1;
-
-  // Compare, print and unknown selectors do nothing.
-  for (int32_t sel : {int32_t{kArbCompare}, int32_t{kArbPrint}, 100, -1}) {
-    EXPECT_EQ(Arb(sel, 2, [&](auto& u) { u.interpolate.dst = &result; }), kStatusOk);
-    EXPECT_EQ(result, nullptr);
-  }
-  for (VxHandle x : {left, right, empty}) DisposeHandle(x);
+  EXPECT_EQ(Arb(kArbDispose, 2, [&](auto& u) { u.dispose.handle = value; }), kStatusOk);
+  EXPECT_EQ(last.u.dispose.handle, nullptr);
   EXPECT_EQ(g_live, 0);
 }
 
@@ -196,7 +181,7 @@ TEST_F(Handlers, SequenceHandles) {
   EXPECT_EQ(g_live, 0);
   in.sequence_data = nullptr;  // null: nothing is called
   EXPECT_EQ(Run(kCmdSequenceSetdown), kStatusOk);
-  g_fail_after = 0;
+  g_no_memory = true;
   out.sequence_data = kStale;
   EXPECT_EQ(Run(kCmdSequenceSetup), kStatusStructDamaged);
   EXPECT_EQ(out.sequence_data, nullptr);
