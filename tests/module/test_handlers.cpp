@@ -6,56 +6,33 @@
 
 #include "effect/lifecycle.h"
 #include "overlay/events.h"
+#include "vetext/host/host.h"
 
 namespace {
-
-// Counted handles with an allocation failure switch.
-struct Block {
-  void* ptr;  // first, so that &block->ptr is the handle
-  uint64_t size;
-};
-int64_t g_live = 0;
-bool g_no_memory = false;
-
-VxHandle NewHandle(uint64_t size) {
-  if (g_no_memory) return nullptr;
-  ++g_live;
-  return &(new Block{size ? ::operator new(size) : nullptr, size})->ptr;
-}
-void DisposeHandle(VxHandle h) {
-  auto* b = reinterpret_cast<Block*>(h);
-  ::operator delete(b->ptr);
-  delete b;
-  --g_live;
-}
-uint64_t HandleSize(VxHandle h) {
-  return reinterpret_cast<Block*>(h)->size;
-}
-VxHandle HandleOf(const std::vector<uint8_t>& bytes) {
-  VxHandle h = NewHandle(bytes.size());
-  if (!bytes.empty()) std::memcpy(*h, bytes.data(), bytes.size());
-  return h;
-}
-std::vector<uint8_t> BytesOf(VxHandle h) {
-  const auto* p = static_cast<const uint8_t*>(*h);
-  return {p, p + HandleSize(h)};
-}
 
 const VxHandle kStale = reinterpret_cast<VxHandle>(0x1);  // a result slot not yet written
 const std::vector<uint8_t> kBlock = {6, 0, 0, 0, 0, 0, 0, 0, '{', 0, '}', 0, 0xFF, 0xFE};
 
+// The reference host's handle callbacks, with its counters and allocation failure switch.
 struct Handlers : testing::Test {
-  UtilCallbacks utils{};
-  InputRecord in{};
+  vxhost::Host host;
+  const UtilCallbacks& u = *host.utils();
+  InputRecord in{&u};
   OutputRecord out{};
   ArbRequestRecord last{};  // the last document-data request as the handler left it
-  Handlers() {
-    g_live = 0;
-    g_no_memory = false;
-    utils.new_handle = &NewHandle;
-    utils.dispose_handle = &DisposeHandle;
-    utils.get_handle_size = &HandleSize;
-    in.utils = &utils;
+
+  int64_t Live() { return host.stats().live_handles.load(); }
+  void NoMemory(bool on) {
+    host.faults().fail_alloc_after = on ? host.stats().handles_allocated.load() : -1;
+  }
+  VxHandle HandleOf(const std::vector<uint8_t>& bytes) {
+    VxHandle h = u.new_handle(bytes.size());
+    std::copy(bytes.begin(), bytes.end(), static_cast<uint8_t*>(*h));
+    return h;
+  }
+  std::vector<uint8_t> BytesOf(VxHandle h) {
+    const auto* p = static_cast<const uint8_t*>(*h);
+    return {p, p + u.get_handle_size(h)};
   }
   VxStatus Run(EffectCommand cmd, ExtraRecord* extra = nullptr) {
     return vetext::Dispatch(cmd, &in, &out, nullptr, nullptr, extra);
@@ -108,56 +85,56 @@ TEST_F(Handlers, RequestsThatMakeAValue) {
     SCOPED_TRACE(testing::Message() << c.selector << " " << c.refcon << " " << c.no_memory);
     const std::vector<uint8_t> bytes = c.empty_value ? std::vector<uint8_t>{} : kBlock;
     VxHandle value = HandleOf(bytes), later = HandleOf({9, 9}), result = kStale;
-    g_no_memory = c.no_memory;
+    NoMemory(c.no_memory);
     EXPECT_EQ(Arb(c.selector, c.refcon,
-                  [&](auto& u) {
+                  [&](auto& r) {
                     if (c.selector == kArbNew)
-                      u.create.dst = &result;
+                      r.create.dst = &result;
                     else if (c.selector == kArbCopy)
-                      u.copy = {value, &result};
+                      r.copy = {value, &result};
                     else if (c.selector == kArbUnflatten)
-                      u.unflatten = {uint32_t(bytes.size()), 0, bytes.data(), &result};
+                      r.unflatten = {uint32_t(bytes.size()), 0, bytes.data(), &result};
                     else
-                      u.interpolate = {value, later, 0.5, &result};
+                      r.interpolate = {value, later, 0.5, &result};
                   }),
               c.status);
-    g_no_memory = false;
+    NoMemory(false);
     EXPECT_EQ(result == kStale, c.result == kUntouched);
     EXPECT_EQ(result == nullptr, c.result == kNull);
     if (result != nullptr && result != kStale) {
       EXPECT_EQ(BytesOf(result), c.result == kBytes ? bytes : std::vector<uint8_t>{});
       EXPECT_NE(*result, *value);
-      DisposeHandle(result);
+      u.dispose_handle(result);
     }
-    for (VxHandle h : {value, later}) DisposeHandle(h);
+    for (VxHandle h : {value, later}) u.dispose_handle(h);
   }
-  EXPECT_EQ(g_live, 0);
+  EXPECT_EQ(Live(), 0);
 }
 
 TEST_F(Handlers, DisposeSizeAndFlatten) {
   // Dispose honours the constant: a foreign value is left alone.
   VxHandle value = HandleOf(kBlock);
-  EXPECT_EQ(Arb(kArbDispose, 3, [&](auto& u) { u.dispose.handle = value; }), kStatusStructDamaged);
-  EXPECT_EQ(g_live, 1);
+  EXPECT_EQ(Arb(kArbDispose, 3, [&](auto& r) { r.dispose.handle = value; }), kStatusStructDamaged);
+  EXPECT_EQ(Live(), 1);
   // Size and flatten ignore the constant; flatten copies what both the value and the buffer
   // hold, and nothing past it.
   uint32_t size = 0;
-  EXPECT_EQ(Arb(kArbFlatSize, 77, [&](auto& u) { u.flat_size = {value, &size}; }), kStatusOk);
+  EXPECT_EQ(Arb(kArbFlatSize, 77, [&](auto& r) { r.flat_size = {value, &size}; }), kStatusOk);
   EXPECT_EQ(size, kBlock.size());
   for (uint32_t buf_size : {size - 4, size, 64u}) {
     std::vector<uint8_t> flat(65, 0xAA);
     EXPECT_EQ(Arb(kArbFlatten, 7,
-                  [&](auto& u) {
-                    u.flatten = {value, buf_size, 0, flat.data()};
+                  [&](auto& r) {
+                    r.flatten = {value, buf_size, 0, flat.data()};
                   }),
               kStatusOk);
     const size_t n = std::min<size_t>(buf_size, kBlock.size());
     EXPECT_TRUE(std::equal(kBlock.begin(), kBlock.begin() + n, flat.begin())) << buf_size;
     EXPECT_EQ(flat[n], 0xAA) << buf_size;
   }
-  EXPECT_EQ(Arb(kArbDispose, 2, [&](auto& u) { u.dispose.handle = value; }), kStatusOk);
+  EXPECT_EQ(Arb(kArbDispose, 2, [&](auto& r) { r.dispose.handle = value; }), kStatusOk);
   EXPECT_EQ(last.u.dispose.handle, nullptr);
-  EXPECT_EQ(g_live, 0);
+  EXPECT_EQ(Live(), 0);
 }
 
 TEST_F(Handlers, IgnoredCommandsReadNothing) {
@@ -175,13 +152,13 @@ TEST_F(Handlers, IgnoredCommandsReadNothing) {
 TEST_F(Handlers, SequenceHandles) {
   EXPECT_EQ(Run(kCmdSequenceSetup), kStatusOk);
   ASSERT_NE(out.sequence_data, nullptr);
-  EXPECT_EQ(HandleSize(out.sequence_data), 1u);
+  EXPECT_EQ(u.get_handle_size(out.sequence_data), 1u);
   in.sequence_data = out.sequence_data;
   EXPECT_EQ(Run(kCmdSequenceSetdown), kStatusOk);
-  EXPECT_EQ(g_live, 0);
+  EXPECT_EQ(Live(), 0);
   in.sequence_data = nullptr;  // null: nothing is called
   EXPECT_EQ(Run(kCmdSequenceSetdown), kStatusOk);
-  g_no_memory = true;
+  NoMemory(true);
   out.sequence_data = kStale;
   EXPECT_EQ(Run(kCmdSequenceSetup), kStatusStructDamaged);
   EXPECT_EQ(out.sequence_data, nullptr);
