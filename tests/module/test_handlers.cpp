@@ -1,5 +1,5 @@
-// The command handlers driven in-process on a minimal host: document data callbacks, overlay
-// event routing, the GPU filter entry and the commands that must be ignored.
+// The command handlers driven in-process: document data callbacks (on the reference host's handle
+// callbacks), overlay event routing, the GPU filter entry and the commands that must be ignored.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -37,13 +37,11 @@ struct Handlers : testing::Test {
   VxStatus Run(EffectCommand cmd, ExtraRecord* extra = nullptr) {
     return vetext::Dispatch(cmd, &in, &out, nullptr, nullptr, extra);
   }
-  // One document-data request; `fill` sets the selector's members.
-  template <typename Fill>
-  VxStatus Arb(int32_t selector, uint64_t refcon, Fill fill) {
+  // One document-data request.
+  using Request = decltype(ArbRequestRecord::u);
+  VxStatus Arb(int32_t selector, uint64_t refcon, Request request) {
     ExtraRecord extra{};
-    extra.arb.selector = selector;
-    extra.arb.refcon = refcon;
-    fill(extra.arb.u);
+    extra.arb = {selector, 0, refcon, request};
     const VxStatus st = Run(kCmdArbitraryCallback, &extra);
     last = extra.arb;
     return st;
@@ -86,18 +84,13 @@ TEST_F(Handlers, RequestsThatMakeAValue) {
     const std::vector<uint8_t> bytes = c.empty_value ? std::vector<uint8_t>{} : kBlock;
     VxHandle value = HandleOf(bytes), later = HandleOf({9, 9}), result = kStale;
     NoMemory(c.no_memory);
-    EXPECT_EQ(Arb(c.selector, c.refcon,
-                  [&](auto& r) {
-                    if (c.selector == kArbNew)
-                      r.create.dst = &result;
-                    else if (c.selector == kArbCopy)
-                      r.copy = {value, &result};
-                    else if (c.selector == kArbUnflatten)
-                      r.unflatten = {uint32_t(bytes.size()), 0, bytes.data(), &result};
-                    else
-                      r.interpolate = {value, later, 0.5, &result};
-                  }),
-              c.status);
+    const Request request =
+        c.selector == kArbNew    ? Request{.create = {&result}}
+        : c.selector == kArbCopy ? Request{.copy = {value, &result}}
+        : c.selector == kArbUnflatten
+            ? Request{.unflatten = {uint32_t(bytes.size()), 0, bytes.data(), &result}}
+            : Request{.interpolate = {value, later, 0.5, &result}};
+    EXPECT_EQ(Arb(c.selector, c.refcon, request), c.status);
     NoMemory(false);
     EXPECT_EQ(result == kStale, c.result == kUntouched);
     EXPECT_EQ(result == nullptr, c.result == kNull);
@@ -114,25 +107,21 @@ TEST_F(Handlers, RequestsThatMakeAValue) {
 TEST_F(Handlers, DisposeSizeAndFlatten) {
   // Dispose honours the constant: a foreign value is left alone.
   VxHandle value = HandleOf(kBlock);
-  EXPECT_EQ(Arb(kArbDispose, 3, [&](auto& r) { r.dispose.handle = value; }), kStatusStructDamaged);
+  EXPECT_EQ(Arb(kArbDispose, 3, {.dispose = {value}}), kStatusStructDamaged);
   EXPECT_EQ(Live(), 1);
   // Size and flatten ignore the constant; flatten copies what both the value and the buffer
   // hold, and nothing past it.
   uint32_t size = 0;
-  EXPECT_EQ(Arb(kArbFlatSize, 77, [&](auto& r) { r.flat_size = {value, &size}; }), kStatusOk);
+  EXPECT_EQ(Arb(kArbFlatSize, 77, {.flat_size = {value, &size}}), kStatusOk);
   EXPECT_EQ(size, kBlock.size());
   for (uint32_t buf_size : {size - 4, size, 64u}) {
     std::vector<uint8_t> flat(65, 0xAA);
-    EXPECT_EQ(Arb(kArbFlatten, 7,
-                  [&](auto& r) {
-                    r.flatten = {value, buf_size, 0, flat.data()};
-                  }),
-              kStatusOk);
+    EXPECT_EQ(Arb(kArbFlatten, 7, {.flatten = {value, buf_size, 0, flat.data()}}), kStatusOk);
     const size_t n = std::min<size_t>(buf_size, kBlock.size());
     EXPECT_TRUE(std::equal(kBlock.begin(), kBlock.begin() + n, flat.begin())) << buf_size;
     EXPECT_EQ(flat[n], 0xAA) << buf_size;
   }
-  EXPECT_EQ(Arb(kArbDispose, 2, [&](auto& r) { r.dispose.handle = value; }), kStatusOk);
+  EXPECT_EQ(Arb(kArbDispose, 2, {.dispose = {value}}), kStatusOk);
   EXPECT_EQ(last.u.dispose.handle, nullptr);
   EXPECT_EQ(Live(), 0);
 }
@@ -197,8 +186,7 @@ TEST(Overlay, EventRoutingAndGates) {
     EventContext* ctx_ptr = &ctx;
     EventCallbacks callbacks{};
     callbacks.viewer_to_layer = [](void*, VxFixed* x, VxFixed* y) -> VxStatus {
-      *x *= 2;  // a viewer at half size
-      *y = *y * 2 + (10 << 16);
+      *x *= 2, *y = *y * 2 + (10 << 16);  // a viewer at half size, 10 pixels down
       return 0;
     };
     ExtraRecord extra{};
