@@ -13,6 +13,7 @@
 #include <tuple>
 
 #include "image_diff.h"
+#include "ink.h"
 #include "render/glyph_cache.h"
 #include "render/rasterize.h"
 #include "test_layouts.h"
@@ -34,6 +35,14 @@ Buffer Draw(const LayoutRecord& l, int32_t W, int32_t H, float ox = 0, float oy 
   return b;
 }
 
+// Extent of the pixels whose alpha exceeds `threshold` (bytes 1 to 3: G and R never exceed A).
+vetext_test::Ink InkOf(const Buffer& b, int threshold) {
+  static const uint8_t zero[4] = {};
+  return vetext_test::InkAgainst(
+      b.W, b.H, [&](int32_t x, int32_t y) { return b.at(x, y) + 1; },
+      [](int32_t, int32_t) { return zero; }, threshold);
+}
+
 Style Colours(float size, float stroke_width, bool fill_first = false) {
   Style st;
   st.size = size, st.stroke_width = stroke_width, st.fill_first = fill_first;
@@ -48,18 +57,17 @@ TEST(Rasterize, GlyphsLandOnTheirBoxesAndPaintOrderDecidesTheOverlap) {
   LayoutRecord sf = MakeLayout("H", Colours(160, 12, false), 40, 170);
   Buffer F = Draw(fill, 240, 240, 5, 7), A = Draw(ff, 240, 240, 5, 7), B = Draw(sf, 240, 240, 5, 7);
   const CharacterRecord& c = fill.mCharacters[0];
-  const float record[4] = {c.mLeft + 5, c.mTop + 7, c.mLeft + c.mWidth + 5, c.mTop + c.mHeight + 7};
-  int32_t f_box[4], a[4], b[4];
-  F.InkBox(f_box);
-  F.InkBox(a, 127);
-  B.InkBox(b, 127);
-  for (int k = 0; k < 4; ++k) {
-    EXPECT_NEAR(f_box[k], record[k], 1.0) << k;
-    EXPECT_NEAR(k < 2 ? a[k] - b[k] : b[k] - a[k], 6, 1) << k;  // half the stroke width
-  }
+  const vetext_test::Ink box = InkOf(F, 0), core = InkOf(F, 127), wide = InkOf(B, 127);
+  EXPECT_NEAR(box.left, c.mLeft + 5, 1.0);
+  EXPECT_NEAR(box.top, c.mTop + 7, 1.0);
+  EXPECT_NEAR(box.right, c.mLeft + c.mWidth + 5, 1.0);
+  EXPECT_NEAR(box.bottom, c.mTop + c.mHeight + 7, 1.0);
+  for (int32_t grown : {core.left - wide.left, core.top - wide.top, wide.right - core.right,
+                        wide.bottom - core.bottom})
+    EXPECT_NEAR(grown, 6, 1);  // half the stroke width on every side
   // The square corners of "H" keep their miter (a round or bevel join would leave the corner
   // of the stroked box empty).
-  EXPECT_GT(B.at(b[0] + 1, b[1] + 1)[3], 127);
+  EXPECT_GT(B.at(wide.left + 1, wide.top + 1)[3], 127);
   const uint8_t orange[4] = {0, 128, 255, 255};  // B, G, R, A
   int blue_inside_ff = 0, inside = 0, outside = 0;
   for (int32_t y = 0; y < 240; ++y)

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <map>
 #include <mutex>
 
 #include "render/glyph_cache.h"
@@ -13,32 +14,25 @@
 namespace vetext_test {
 namespace {
 
-// Test-side FreeType access, to learn glyph indices, advances and boxes independently of the
-// renderer's own face table. Every face opened here is released at exit, so the leak checker
-// sees nothing of ours.
-struct Fonts {
-  FT_Library lib = nullptr;
-  std::vector<std::pair<std::u16string, FT_Face>> faces;
-  Fonts() { FT_Init_FreeType(&lib); }
-  ~Fonts() {
-    for (auto& [name, face] : faces)
-      if (face != nullptr) FT_Done_Face(face);
-    FT_Done_FreeType(lib);
-  }
-};
-
+// Test-side FreeType faces, to learn glyph indices, advances and boxes independently of the
+// renderer's own face table. Released at exit (with the library, which frees its faces), so the
+// leak checker sees nothing of ours.
 FT_Face FaceFor(const std::u16string& name) {
+  struct Fonts {
+    FT_Library lib = nullptr;
+    std::map<std::u16string, FT_Face> faces;
+    Fonts() { FT_Init_FreeType(&lib); }
+    ~Fonts() { FT_Done_FreeType(lib); }
+  };
   static std::mutex m;
   static Fonts fonts;
   std::lock_guard<std::mutex> lock(m);
-  for (auto& [n, face] : fonts.faces)
-    if (n == name) return face;
+  auto [it, fresh] = fonts.faces.try_emplace(name, nullptr);
   int index = 0;
-  std::string file = vetext::ResolveFontFile(name, &index);
-  FT_Face face = nullptr;
-  if (!file.empty() && FT_New_Face(fonts.lib, file.c_str(), index, &face) != 0) face = nullptr;
-  fonts.faces.emplace_back(name, face);
-  return face;
+  std::string file = fresh ? vetext::ResolveFontFile(name, &index) : "";
+  if (!file.empty() && FT_New_Face(fonts.lib, file.c_str(), index, &it->second) != 0)
+    it->second = nullptr;
+  return it->second;
 }
 
 }  // namespace
@@ -79,16 +73,6 @@ vetext::LayoutRecord MakeLayout(const std::string& text, const Style& style, flo
   if (!layout.mCharacters.empty())
     layout.mLeft = left, layout.mTop = top, layout.mRight = right, layout.mBottom = bottom;
   return layout;
-}
-
-void Buffer::InkBox(int32_t box[4], uint8_t threshold) const {
-  int32_t l = W, t = H, r = -1, b = -1;
-  for (int32_t y = 0; y < H; ++y)
-    for (int32_t x = 0; x < W; ++x)
-      if (at(x, y)[3] > threshold)
-        l = std::min(l, x), t = std::min(t, y), r = std::max(r, x), b = std::max(b, y);
-  if (r < 0) l = t = 0;  // empty: all zero
-  box[0] = l, box[1] = t, box[2] = r + 1, box[3] = b + 1;
 }
 
 uint64_t Buffer::AlphaSum() const {

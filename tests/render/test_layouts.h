@@ -1,4 +1,5 @@
-// Hand-made layouts for the render tests: glyphs of a real font placed along a baseline.
+// Hand-made layouts for the render tests (glyphs of a real font placed along a baseline) and the
+// buffers they are drawn into.
 #pragma once
 
 #include <cstdint>
@@ -22,7 +23,7 @@ struct Style {
 // bounds enclose the glyph boxes.
 vetext::LayoutRecord MakeLayout(const std::string& text, const Style& style, float x = 0,
                                 float y = 0);
-// The glyph index of a character in the style's font (0 when the font has none).
+// The glyph index of a character in a font (0 when the font has none).
 int32_t GlyphOf(const std::u16string& font, char32_t ch);
 
 // A W x H premultiplied 4-byte buffer.
@@ -32,9 +33,6 @@ struct Buffer {
   Buffer(int32_t w, int32_t h) : W(w), H(h), px(size_t(w) * size_t(h) * 4, 0) {}
   uint8_t* data() { return px.data(); }
   const uint8_t* at(int32_t x, int32_t y) const { return px.data() + (size_t(y) * W + x) * 4; }
-  // Bounding box of pixels with alpha above `threshold`: left, top, right, bottom (exclusive);
-  // all zero when empty.
-  void InkBox(int32_t box[4], uint8_t threshold = 0) const;
   uint64_t AlphaSum() const;
 };
 
