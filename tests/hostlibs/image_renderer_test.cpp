@@ -1,46 +1,61 @@
-// IR_Motion: placement, filtering, rotation direction, blending, row order, formats, edges.
+// The compositor: placement, filtering, rotation direction, blending, row order, formats and
+// edges of IR_Motion; the kept reduction, the one-to-one path and placed layers against the
+// direct resample; and the SIMD kernels against their scalar references, byte for byte.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
-#include <cstring>
+#include <random>
 #include <vector>
 
+#include "image_renderer/motion.h"
 #include "vetext/image_renderer.h"
 
 namespace {
 
-struct Px {
-  uint8_t c[4];
-  bool operator==(const Px& o) const { return std::memcmp(c, o.c, 4) == 0; }
-};
+// Pixels as 0xAARRGGBB: the bytes B, G, R, A in memory.
+constexpr uint32_t kClear = 0, kWhite = 0xFFFFFFFF, kBlack = 0xFF000000, kRed = 0xFFFF0000,
+                   kGrey = 0xFF463C32;
 
-std::ostream& operator<<(std::ostream& os, const Px& p) {
-  return os << '(' << int(p.c[0]) << ',' << int(p.c[1]) << ',' << int(p.c[2]) << ',' << int(p.c[3])
-            << ')';
+uint32_t Px(uint32_t b, uint32_t g, uint32_t r, uint32_t a) {
+  return (b & 255) | (g & 255) << 8 | (r & 255) << 16 | (a & 255) << 24;
 }
 
-// A 4-byte image; when bottom_up, rows are stored last row first and `base` points at the
-// visual top row with a negative row step, as hosts with bottom-up frames hand them over.
+// When bottom_up, rows are stored last row first and base() is the visual top row with a
+// negative row step, as hosts with bottom-up frames hand them over.
 struct Image {
   int32_t w, h;
   bool bottom_up;
-  std::vector<uint8_t> bytes;
-  Image(int32_t w_, int32_t h_, Px fill = Px{{0, 0, 0, 0}}, bool bottom_up_ = false)
-      : w(w_), h(h_), bottom_up(bottom_up_), bytes(static_cast<size_t>(w_) * h_ * 4) {
-    for (int32_t y = 0; y < h; ++y)
-      for (int32_t x = 0; x < w; ++x) at(x, y) = fill;
-  }
+  std::vector<uint32_t> px;
+  Image(int32_t w_, int32_t h_, uint32_t fill = kClear, bool bu = false)
+      : w(w_), h(h_), bottom_up(bu), px(size_t(w_) * h_, fill) {}
   int32_t row_bytes() const { return bottom_up ? -4 * w : 4 * w; }
-  uint8_t* base() { return bytes.data() + (bottom_up ? static_cast<size_t>(h - 1) * 4 * w : 0); }
-  Px& at(int32_t x, int32_t y) {
-    return *reinterpret_cast<Px*>(base() + static_cast<ptrdiff_t>(y) * row_bytes() + x * 4);
+  uint32_t* base() { return px.data() + (bottom_up ? size_t(h - 1) * w : 0); }
+  uint32_t& at(int32_t x, int32_t y) { return base()[ptrdiff_t(y) * (bottom_up ? -w : w) + x]; }
+  std::vector<uint32_t> visual() {  // top row first
+    std::vector<uint32_t> v;
+    for (int32_t y = 0; y < h; ++y) v.insert(v.end(), &at(0, y), &at(0, y) + w);
+    return v;
   }
 };
 
+Image Paint(int32_t w, int32_t h, uint32_t (*f)(int32_t x, int32_t y), bool bottom_up = false) {
+  Image img(w, h, kClear, bottom_up);
+  for (int32_t y = 0; y < h; ++y)
+    for (int32_t x = 0; x < w; ++x) img.at(x, y) = f(x, y);
+  return img;
+}
+// A premultiplied source with every alpha, and a straight destination.
+uint32_t Pattern(int32_t x, int32_t y) {
+  const int32_t a = (x * 7 + y * 13) % 256;
+  return Px(a * (x % 3) / 2, a / 2, a * (y % 2), a);
+}
+uint32_t Backdrop(int32_t x, int32_t y) {
+  return Px(x * 3, y * 5, x * y + 90, (x * 37 + y * 11) / 2);
+}
+
 struct Place {
-  IR_Point dst{0.5f, 0.5f};
-  IR_Point src{0.5f, 0.5f};
-  IR_Point scale{1, 1};
+  IR_Point dst{0.5f, 0.5f}, src{0.5f, 0.5f}, scale{1, 1};
   double rot = 0;
   float opacity = 1;
   int32_t format = kIRFormatBGRA8;
@@ -52,359 +67,395 @@ int32_t Draw(Image& src, Image& dst, const Place& p) {
                    dst.row_bytes(), dst.w, dst.h, p.format, 0, 1, 1, p.dst, p.src, p.scale, p.rot,
                    p.opacity, true, 0.0, false, 0, 4, true);
 }
-
-const Px kClear{{0, 0, 0, 0}};
-const Px kWhite{{255, 255, 255, 255}};
-const Px kBlack{{0, 0, 0, 255}};
-const Px kRed{{0, 0, 255, 255}};  // B, G, R, A
-const Px kGrey{{50, 60, 70, 255}};
-
-struct Probe {
-  int32_t x, y;
-  Px want;
-};
-void ExpectPixels(Image& img, std::initializer_list<Probe> probes) {
-  for (const Probe& p : probes) EXPECT_EQ(img.at(p.x, p.y), p.want) << "at " << p.x << "," << p.y;
+int32_t Draw(const IR_Prefiltered& pf, Image& dst, const Place& p) {
+  return IR_MotionPrefiltered(&pf, p.format, dst.base(), dst.row_bytes(), dst.w, dst.h, p.dst,
+                              p.src, p.scale, p.rot, p.opacity);
 }
 
-TEST(IRMotionGeometry, IdentityPlacesEachPixelExactly) {
-  Image src(8, 6);
+// Probes as (x, y, pixel) triples.
+void ExpectPixels(Image& img, const std::vector<uint32_t>& probes) {
+  for (size_t i = 0; i + 2 < probes.size(); i += 3)
+    EXPECT_EQ(img.at(probes[i], probes[i + 1]), probes[i + 2]) << probes[i] << "," << probes[i + 1];
+}
+
+TEST(IRMotion, IdentityPlacesEachPixelExactly) {
+  Image src(8, 6), dst(20, 20, kGrey), want(20, 20, kGrey);
   src.at(2, 3) = kRed;
-  src.at(7, 5) = Px{{10, 20, 30, 40}};
-  Image dst(20, 20, kGrey);
-  Place p;
-  p.src = {0, 0};
-  p.dst = {5.0f / 20, 7.0f / 20};  // source origin lands on destination pixel corner (5, 7)
-  ASSERT_EQ(Draw(src, dst, p), 0);
-  for (int32_t y = 0; y < 20; ++y) {
-    for (int32_t x = 0; x < 20; ++x) {
-      Px want = kGrey;
-      if (x == 7 && y == 10) want = kRed;
-      // premultiplied (10,20,30) at alpha 40 over grey: g * (1 - 40/255) + s
-      if (x == 12 && y == 12) want = Px{{52, 71, 89, 255}};
-      EXPECT_EQ(dst.at(x, y), want) << x << "," << y;
-    }
-  }
+  src.at(7, 5) = Px(10, 20, 30, 40);
+  // The source origin on destination pixel corner (5, 7).
+  ASSERT_EQ(Draw(src, dst, {.dst = {5.0f / 20, 7.0f / 20}, .src = {0, 0}}), 0);
+  want.at(7, 10) = kRed;
+  want.at(12, 12) = Px(52, 71, 89, 255);  // grey * (1 - 40/255) + (10, 20, 30)
+  EXPECT_EQ(dst.px, want.px);
 }
 
-TEST(IRMotionGeometry, RotationIsCounterClockwiseOnScreen) {
-  // A horizontal bar 40 x 4 with a red marker on its right end, centred, turned by +90.
-  Image src(40, 4, kWhite);
+TEST(IRMotion, RotatesCounterClockwiseAndScalesAboutTheSourcePoint) {
+  Image bar(40, 4, kWhite);  // a red marker on its right end
   for (int32_t y = 0; y < 4; ++y)
-    for (int32_t x = 36; x < 40; ++x) src.at(x, y) = kRed;
-  Image dst(100, 100, kBlack);
-  Place p;
-  p.rot = 90;
-  ASSERT_EQ(Draw(src, dst, p), 0);
-  // The bar is now vertical through x = 50, its right end up.
-  ExpectPixels(dst, {{50, 32, kRed},
-                     {49, 31, kRed},
-                     {50, 66, kWhite},
-                     {50, 50, kWhite},
-                     {65, 50, kBlack},
-                     {35, 50, kBlack},
-                     {50, 75, kBlack}});
-  // The same bar turned by -90 points its marker down.
-  Image dst2(100, 100, kBlack);
-  p.rot = -90;
-  ASSERT_EQ(Draw(src, dst2, p), 0);
-  ExpectPixels(dst2, {{50, 67, kRed}, {50, 33, kWhite}});
-}
-
-TEST(IRMotionGeometry, ScaleActsAboutTheSourcePoint) {
-  // A 20 x 20 opaque square scaled by 2 about its top-left corner placed at (10, 10) covers
-  // [10, 50) on both axes.
-  Image src(20, 20, kWhite);
-  Image dst(64, 64, kBlack);
-  Place p;
-  p.src = {0, 0};
-  p.dst = {10.0f / 64, 10.0f / 64};
-  p.scale = {2, 2};
-  ASSERT_EQ(Draw(src, dst, p), 0);
-  ExpectPixels(
-      dst,
-      {{11, 11, kWhite}, {48, 48, kWhite}, {8, 30, kBlack}, {51, 30, kBlack}, {30, 51, kBlack}});
-}
-
-Image Checkerboard(int32_t n) {
-  Image img(n, n);
-  for (int32_t y = 0; y < n; ++y)
-    for (int32_t x = 0; x < n; ++x) img.at(x, y) = ((x + y) & 1) ? kWhite : kBlack;
-  return img;
-}
-
-TEST(IRMotionFiltering, QuarterScaleCheckerboardIsFlatGrey) {
-  Image src = Checkerboard(128);
+    for (int32_t x = 36; x < 40; ++x) bar.at(x, y) = kRed;
   struct Case {
-    float dx, dy;
-    double rot;
-  };
-  // Aligned, off by a fraction of a pixel, and turned: the interior is grey every time.
-  for (const Case& c : {Case{0, 0, 0}, Case{0.37f, 0.81f, 0}, Case{0, 0, 30}, Case{0.5f, 0, 77}}) {
-    Image dst(64, 64, kClear);
     Place p;
-    p.scale = {0.25f, 0.25f};
-    p.dst = {(32 + c.dx) / 64, (32 + c.dy) / 64};
-    p.rot = c.rot;
-    ASSERT_EQ(Draw(src, dst, p), 0);
-    int checked = 0;
-    for (int32_t y = 22; y < 42; ++y) {
-      for (int32_t x = 22; x < 42; ++x) {
-        const Px& px = dst.at(x, y);
-        for (int ch = 0; ch < 3; ++ch) EXPECT_NEAR(px.c[ch], 128, 1) << x << "," << y;
-        EXPECT_EQ(px.c[3], 255);
-        ++checked;
-      }
-    }
-    EXPECT_EQ(checked, 400);
-    // Outside the placed 32 x 32 block nothing is drawn.
-    ExpectPixels(dst, {{2, 2, kClear}, {61, 32, kClear}});
+    std::vector<uint32_t> probes;  // (x, y, pixel)
+  } cases[] = {
+      // Turned about its centre: vertical through x = 50, the marker up for +90, down for -90.
+      {{.rot = 90}, {50,     32, kRed, 49,     31, kRed, 50,     66, kWhite, 50,    50,
+                     kWhite, 65, 50,   kBlack, 35, 50,   kBlack, 50, 75,     kBlack}},
+      {{.rot = -90}, {50, 67, kRed, 50, 33, kWhite}},
+      // Doubled about its top-left corner placed at (10, 10): it covers [10, 90) x [10, 18).
+      {{.dst = {0.1f, 0.1f}, .src = {0, 0}, .scale = {2, 2}},
+       {11,     11, kWhite, 80,     16, kWhite, 84,     16, kRed, 8,     12,
+        kBlack, 91, 12,     kBlack, 50, 19,     kBlack, 50, 8,    kBlack}},
+  };
+  for (const Case& c : cases) {
+    Image dst(100, 100, kBlack);
+    ASSERT_EQ(Draw(bar, dst, c.p), 0);
+    ExpectPixels(dst, c.probes);
   }
 }
 
-TEST(IRMotionBlend, OpacityAndCoverage) {
-  Image src(3, 3, Px{{40, 80, 120, 160}});  // premultiplied, alpha 160
-  Image opaque(3, 3, Px{{200, 100, 0, 255}});
-  Image clear(3, 3, kClear);
-  Place p;
-  p.opacity = 0.5f;
-  ASSERT_EQ(Draw(src, opaque, p), 0);
-  ASSERT_EQ(Draw(src, clear, p), 0);
-  // keep = 1 - (160/255) * 0.5 = 0.68627; colour = dst * keep + src * 0.5
-  EXPECT_EQ(opaque.at(1, 1), (Px{{157, 109, 60, 255}}));
-  // alpha = 255 * 0.31373 + dst alpha * keep = 80 on a transparent destination
-  EXPECT_EQ(clear.at(1, 1), (Px{{20, 40, 60, 80}}));
-
-  // Opacity 0 and a fully transparent source leave the destination as it was.
-  Image keep(3, 3, kGrey);
-  p.opacity = 0;
-  ASSERT_EQ(Draw(src, keep, p), 0);
-  EXPECT_EQ(keep.at(1, 1), kGrey);
-  Image none(3, 3, kClear);
-  p.opacity = 1;
-  ASSERT_EQ(Draw(none, keep, p), 0);
-  for (int32_t y = 0; y < 3; ++y)
-    for (int32_t x = 0; x < 3; ++x) EXPECT_EQ(keep.at(x, y), kGrey);
+TEST(IRMotion, QuarterScaleCheckerboardIsFlatGrey) {
+  Image src = Paint(128, 128, [](int32_t x, int32_t y) { return ((x + y) & 1) ? kWhite : kBlack; });
+  // Aligned, off by a fraction of a pixel, and turned: the interior is grey every time.
+  for (auto [dx, dy, rot] :
+       {std::tuple{0.0f, 0.0f, 0.0}, {0.37f, 0.81f, 0.0}, {0.0f, 0.0f, 30.0}, {0.5f, 0.0f, 77.0}}) {
+    Image dst(64, 64, kClear);
+    ASSERT_EQ(Draw(src, dst,
+                   {.dst = {(32 + dx) / 64, (32 + dy) / 64}, .scale = {0.25f, 0.25f}, .rot = rot}),
+              0);
+    for (int32_t y = 22; y < 42; ++y)
+      for (int32_t x = 22; x < 42; ++x)
+        for (int ch = 0; ch < 32; ch += 8)
+          EXPECT_NEAR(int(dst.at(x, y) >> ch & 255), ch == 24 ? 255 : 128, 1) << x << "," << y;
+    // Outside the placed 32 x 32 block nothing is drawn.
+    ExpectPixels(dst, {2, 2, kClear, 61, 32, kClear});
+  }
 }
 
-Image Pattern(int32_t w, int32_t h, bool bottom_up) {
-  Image img(w, h, kClear, bottom_up);
-  for (int32_t y = 0; y < h; ++y)
-    for (int32_t x = 0; x < w; ++x) {
-      const auto a = static_cast<uint8_t>((x * 7 + y * 13) % 256);
-      img.at(x, y) = Px{{static_cast<uint8_t>(a * (x % 3) / 2), static_cast<uint8_t>(a / 2),
-                         static_cast<uint8_t>(a * (y % 2)), a}};
-    }
-  return img;
+TEST(IRMotion, BlendsWithOpacityAndCoverage) {
+  Image src(3, 3, Px(40, 80, 120, 160)), none(3, 3);
+  Image opaque(3, 3, Px(200, 100, 0, 255)), clear(3, 3, kClear), keep(3, 3, kGrey);
+  ASSERT_EQ(Draw(src, opaque, {.opacity = 0.5f}), 0);
+  ASSERT_EQ(Draw(src, clear, {.opacity = 0.5f}), 0);
+  // keep = 1 - (160/255) * 0.5 = 0.68627; colour = dst * keep + src * 0.5; alpha alike.
+  EXPECT_EQ(opaque.at(1, 1), Px(157, 109, 60, 255));
+  EXPECT_EQ(clear.at(1, 1), Px(20, 40, 60, 80));
+  // Opacity 0, and a fully transparent source, leave the destination as it was.
+  ASSERT_EQ(Draw(src, keep, {.opacity = 0}), 0);
+  ASSERT_EQ(Draw(none, keep, {}), 0);
+  EXPECT_EQ(keep.px, Image(3, 3, kGrey).px);
 }
 
-Image Background(int32_t w, int32_t h, bool bottom_up) {
-  Image img(w, h, kClear, bottom_up);
-  for (int32_t y = 0; y < h; ++y)
-    for (int32_t x = 0; x < w; ++x)
-      img.at(x, y) = Px{{static_cast<uint8_t>(x * 3), static_cast<uint8_t>(y * 5), 90, 255}};
-  return img;
-}
-
-TEST(IRMotionRows, NegativeAndPositiveRowBytesGiveTheSameVisualResult) {
-  Place p;
-  p.scale = {0.3f, 0.25f};
-  p.rot = 33;
-  p.dst = {0.4f, 0.6f};
-  p.src = {0.25f, 0.75f};
-  Image src_td = Pattern(160, 90, false), src_bu = Pattern(160, 90, true);
-  Image dst_td = Background(70, 50, false), dst_bu = Background(70, 50, true);
-  ASSERT_EQ(Draw(src_td, dst_td, p), 0);
-  ASSERT_EQ(Draw(src_bu, dst_bu, p), 0);
+TEST(IRMotion, RowOrderFormatAndAKeptReductionGiveTheSameBytes) {
+  // Factors 4 and 3.
+  Place p{.dst = {0.45f, 0.55f}, .src = {0.25f, 0.75f}, .scale = {0.25f, 0.26f}, .rot = 21};
+  Image src = Paint(300, 120, Pattern), src_bu = Paint(300, 120, Pattern, true);
+  const Image before = Paint(100, 60, Backdrop);
+  Image want = before, bu = Paint(100, 60, Backdrop, true), vuya = before;
+  ASSERT_EQ(Draw(src, want, p), 0);
   int changed = 0;
-  Image before = Background(70, 50, false);
-  for (int32_t y = 0; y < 50; ++y)
-    for (int32_t x = 0; x < 70; ++x) {
-      ASSERT_EQ(dst_td.at(x, y), dst_bu.at(x, y)) << x << "," << y;
-      changed += !(dst_td.at(x, y) == before.at(x, y));
-    }
+  for (size_t i = 0; i < want.px.size(); ++i) changed += want.px[i] != before.px[i];
   EXPECT_GT(changed, 300);
-}
+  ASSERT_EQ(Draw(src_bu, bu, p), 0);
+  EXPECT_EQ(bu.visual(), want.px);
+  ASSERT_EQ(
+      Draw(src, vuya,
+           {.dst = p.dst, .src = p.src, .scale = p.scale, .rot = p.rot, .format = kIRFormatVUYA8}),
+      0);
+  EXPECT_EQ(vuya.px, want.px);  // the same bytes, read as VUYA
 
-TEST(IRMotionFormats, VuyaMatchesBgraOnTheSameBytes) {
-  Place p;
-  p.scale = {0.25f, 0.25f};
-  p.rot = -12;
-  Image src = Pattern(120, 60, false);
-  Image a = Background(50, 40, false), b = Background(50, 40, false);
-  ASSERT_EQ(Draw(src, a, p), 0);
-  p.format = kIRFormatVUYA8;
-  ASSERT_EQ(Draw(src, b, p), 0);
-  EXPECT_EQ(a.bytes, b.bytes);
-  EXPECT_NE(a.bytes, Background(50, 40, false).bytes);
-}
-
-TEST(IRMotionFormats, UnsupportedOrBadArgumentsLeaveTheDestinationUntouched) {
-  Image src(4, 4, kWhite);
-  Image dst = Background(8, 8, false);
-  const std::vector<uint8_t> before = dst.bytes;
-  const IR_Point c{0.5f, 0.5f}, one{1, 1};
-  auto call = [&](int32_t sf, int32_t df, int32_t src_rb, int32_t dst_rb, void* d, IR_Point sc,
-                  bool blend) {
-    return IR_Motion(src.base(), src_rb, 4, 4, sf, 0, nullptr, d, dst_rb, 8, 8, df, 0, 1, 1, c, c,
-                     sc, 0.0, 1.0f, blend, 0.0, false, 0, 4, true);
-  };
-  EXPECT_EQ(call(0x61726762, 0x61726762, 16, 32, dst.base(), one, true), -1);  // 'bgra' code
-  EXPECT_EQ(call(5, 5, 16, 32, dst.base(), one, true), -1);
-  EXPECT_EQ(call(kIRFormatBGRA8, kIRFormatVUYA8, 16, 32, dst.base(), one, true), -1);
-  EXPECT_EQ(call(kIRFormatBGRA8, kIRFormatBGRA8, 12, 32, dst.base(), one, true), -1);
-  EXPECT_EQ(call(kIRFormatBGRA8, kIRFormatBGRA8, 16, -28, dst.base(), one, true), -1);
-  EXPECT_EQ(call(kIRFormatBGRA8, kIRFormatBGRA8, 16, 32, nullptr, one, true), -1);
-  EXPECT_EQ(call(kIRFormatBGRA8, kIRFormatBGRA8, 16, 32, dst.base(), IR_Point{NAN, 1}, true), -1);
-  EXPECT_EQ(call(kIRFormatBGRA8, kIRFormatBGRA8, 16, 32, dst.base(), one, false), -1);
-  EXPECT_EQ(dst.bytes, before);
-  EXPECT_TRUE(IR_IsOriginBottomLeft(kIRFormatBGRA8));
-  EXPECT_FALSE(IR_IsOriginBottomLeft(kIRFormatVUYA8));
-}
-
-TEST(IRMotionEdges, OffFrameZeroScaleAndEmptyRectDrawNothing) {
-  Image src(16, 16, kWhite);
-  Image dst = Background(32, 32, false);
-  const std::vector<uint8_t> before = dst.bytes;
-  Place p;
-  p.dst = {3.0f, 0.5f};  // far right of the frame
-  EXPECT_EQ(Draw(src, dst, p), 0);
-  p.dst = {0.5f, -0.3f};  // above, just out of reach of a 16-pixel source
-  EXPECT_EQ(Draw(src, dst, p), 0);
-  p.dst = {0.5f, 0.5f};
-  p.scale = {0, 1};
-  EXPECT_EQ(Draw(src, dst, p), 0);
-  p.scale = {1, 1};
-  const int32_t empty[4] = {5, 5, 5, 9};
-  p.rect = empty;
-  EXPECT_EQ(Draw(src, dst, p), 0);
-  EXPECT_EQ(dst.bytes, before);
-
-  // A partly visible source draws only its visible part, without touching memory outside.
-  p.rect = nullptr;
-  p.dst = {0, 0};
-  EXPECT_EQ(Draw(src, dst, p), 0);
-  ExpectPixels(dst, {{0, 0, kWhite}, {7, 7, kWhite}});
-  EXPECT_EQ(dst.at(9, 9), Background(32, 32, false).at(9, 9));
-}
-
-TEST(IRMotionEdges, SourceRectLimitsTheSource) {
-  Image src(8, 8, kWhite);
-  for (int32_t y = 0; y < 8; ++y) src.at(6, y) = kRed;
-  Image dst(8, 8, kBlack);
-  Place p;
-  p.src = {0, 0};
-  p.dst = {0, 0};
-  const int32_t rect[4] = {2, 1, 7, 5};  // columns 2..6, rows 1..4 in place
-  p.rect = rect;
-  ASSERT_EQ(Draw(src, dst, p), 0);
-  ExpectPixels(dst, {{1, 2, kBlack},
-                     {2, 1, kWhite},
-                     {6, 4, kRed},
-                     {7, 4, kBlack},
-                     {3, 0, kBlack},
-                     {3, 5, kBlack}});
-}
-
-TEST(IRMotionPrefiltered, KeptReductionGivesTheSameResultAsADirectCall) {
-  Image src = Pattern(300, 120, true);
-  Place p;
-  p.scale = {0.25f, 0.26f};
-  p.rot = 21;
-  p.dst = {0.45f, 0.55f};
   int32_t fx = 0, fy = 0;
   IR_PrefilterFactors(p.scale, &fx, &fy);
-  EXPECT_EQ(fx, 4);
-  EXPECT_EQ(fy, 3);
+  ASSERT_EQ(std::pair(fx, fy), std::pair(4, 3));
   const uint64_t size = IR_PrefilterSize(300, 120, fx, fy);
   EXPECT_EQ(size, (75u + 2) * (40u + 2) * 4);
   std::vector<uint8_t> reduced(size);
   IR_Prefiltered pf;
-  EXPECT_EQ(
-      IR_Prefilter(src.base(), src.row_bytes(), 300, 120, fx, fy, reduced.data(), size - 1, &pf),
-      -1);
-  ASSERT_EQ(IR_Prefilter(src.base(), src.row_bytes(), 300, 120, fx, fy, reduced.data(), size, &pf),
-            0);
-  EXPECT_EQ(pf.width, 75);
-  EXPECT_EQ(pf.height, 40);
-  Image a = Background(100, 60, false), b = Background(100, 60, false);
-  ASSERT_EQ(Draw(src, a, p), 0);
-  for (int i = 0; i < 2; ++i)  // reused: the reduction is not consumed
-  {
-    b = Background(100, 60, false);
-    ASSERT_EQ(IR_MotionPrefiltered(&pf, kIRFormatBGRA8, b.base(), b.row_bytes(), b.w, b.h, p.dst,
-                                   p.src, p.scale, p.rot, p.opacity),
-              0);
-    EXPECT_EQ(a.bytes, b.bytes);
+  for (uint64_t n : {size - 1, size})
+    EXPECT_EQ(
+        IR_Prefilter(src_bu.base(), src_bu.row_bytes(), 300, 120, fx, fy, reduced.data(), n, &pf),
+        n < size ? -1 : 0);
+  EXPECT_EQ(std::pair(pf.width, pf.height), std::pair(75, 40));
+  for (int i = 0; i < 2; ++i) {  // the reduction is not consumed
+    Image again = before;
+    ASSERT_EQ(Draw(pf, again, p), 0);
+    EXPECT_EQ(again.px, want.px);
   }
   pf.width = 74;  // does not describe the source any more
-  EXPECT_EQ(IR_MotionPrefiltered(&pf, kIRFormatBGRA8, b.base(), b.row_bytes(), b.w, b.h, p.dst,
-                                 p.src, p.scale, p.rot, p.opacity),
+  EXPECT_EQ(Draw(pf, want, p), -1);
+}
+
+TEST(IRMotion, BadArgumentsLeaveTheDestinationUntouched) {
+  Image src(4, 4, kWhite), dst = Paint(8, 8, Backdrop);
+  const std::vector<uint32_t> before = dst.px;
+  const int32_t B = kIRFormatBGRA8;
+  struct Case {
+    int32_t src_format, dst_format, src_rb, dst_rb;
+    bool no_dst;
+    float scale_x;
+    bool blend;
+  } cases[] = {
+      {0x61726762, 0x61726762, 16, 32, false, 1, true},  // a four-character code, not a format
+      {5, 5, 16, 32, false, 1, true},
+      {B, kIRFormatVUYA8, 16, 32, false, 1, true},
+      {B, B, 12, 32, false, 1, true},
+      {B, B, 16, -28, false, 1, true},
+      {B, B, 16, 32, true, 1, true},
+      {B, B, 16, 32, false, NAN, true},
+      {B, B, 16, 32, false, 1, false},
+  };
+  for (const Case& c : cases)
+    EXPECT_EQ(IR_Motion(src.base(), c.src_rb, 4, 4, c.src_format, 0, nullptr,
+                        c.no_dst ? nullptr : dst.base(), c.dst_rb, 8, 8, c.dst_format, 0, 1, 1,
+                        {0.5f, 0.5f}, {0.5f, 0.5f}, {c.scale_x, 1}, 0.0, 1.0f, c.blend, 0.0, false,
+                        0, 4, true),
+              -1)
+        << c.src_format << " " << c.src_rb << " " << c.dst_rb;
+  EXPECT_EQ(dst.px, before);
+  EXPECT_TRUE(IR_IsOriginBottomLeft(kIRFormatBGRA8));
+  EXPECT_FALSE(IR_IsOriginBottomLeft(kIRFormatVUYA8));
+}
+
+TEST(IRMotion, DrawsOnlyWhatIsInFrameAndInTheSourceRect) {
+  Image src(16, 16, kWhite), dst = Paint(32, 32, Backdrop);
+  const std::vector<uint32_t> before = dst.px;
+  const int32_t empty[4] = {5, 5, 5, 9}, rect[4] = {2, 1, 7, 5};
+  // Off to the right, just out of reach above, zero scale, an empty source rect.
+  for (const Place& p : {Place{.dst = {3.0f, 0.5f}}, Place{.dst = {0.5f, -0.3f}},
+                         Place{.scale = {0, 1}}, Place{.rect = empty}})
+    EXPECT_EQ(Draw(src, dst, p), 0);
+  EXPECT_EQ(dst.px, before);
+  // Partly visible: only the visible part, without touching memory outside.
+  EXPECT_EQ(Draw(src, dst, {.dst = {0, 0}}), 0);
+  ExpectPixels(dst, {0, 0, kWhite, 7, 7, kWhite, 9, 9, before[9 * 32 + 9]});
+  // Columns 2..6 and rows 1..4 of the source, in place.
+  for (int32_t y = 0; y < 8; ++y) src.at(6, y) = kRed;
+  Image small(8, 8, kBlack);
+  ASSERT_EQ(Draw(src, small, {.dst = {0, 0}, .src = {0, 0}, .rect = rect}), 0);
+  ExpectPixels(small,
+               {1, 2, kBlack, 2, 1, kWhite, 6, 4, kRed, 7, 4, kBlack, 3, 0, kBlack, 3, 5, kBlack});
+}
+
+TEST(IRMotion, BandsOnTwoThreadsCoverTheWholeFrame) {
+  // A flat opaque source blown up over a full HD frame, not axis-aligned: every pixel is drawn.
+  const uint32_t colour = Px(12, 34, 56, 255);
+  Image src(64, 36, colour), dst(1920, 1080, kClear, true);
+  ASSERT_EQ(Draw(src, dst, {.scale = {40, 40}, .rot = 0.0001}), 0);
+  EXPECT_EQ(std::count(dst.px.begin(), dst.px.end(), colour), 1920 * 1080);
+}
+
+// A premultiplied source with opaque, partial and empty regions (text-like), reduced 4 x 4, with
+// its row spans.
+struct Reduced {
+  Image src;
+  std::vector<uint8_t> image;
+  std::vector<int32_t> spans;
+  IR_Prefiltered pf{};
+  Reduced(int32_t w, int32_t h, uint32_t seed) : src(w, h) {
+    std::mt19937 rng(seed);
+    for (int32_t y = 0; y < h; ++y)
+      for (int32_t x = 0; x < w; ++x) {
+        const bool inside = x > w / 5 && x < w * 4 / 5 && y > h / 4 && y < h * 3 / 4;
+        if (!inside || (x / 16 + y / 16) % 3 == 0) continue;  // transparent runs
+        const uint32_t a = (x / 8) % 2 ? 255 : rng() % 256;
+        const uint32_t b = rng() % (a + 1), g = rng() % (a + 1), r = rng() % (a + 1);
+        src.at(x, y) = Px(b, g, r, a);
+      }
+    image.resize(IR_PrefilterSize(w, h, 4, 4));
+    EXPECT_EQ(IR_Prefilter(src.base(), 4 * w, w, h, 4, 4, image.data(), image.size(), &pf), 0);
+    spans.resize(size_t(pf.height) * 2);
+    EXPECT_EQ(IR_PrefilterSpans(&pf, spans.data()), 0);
+    pf.row_spans = spans.data();
+  }
+};
+
+TEST(IRExactPath, SameBytesAsResamplingForWholePixelPlacements) {
+  Reduced r(400, 160, 1);  // a 100 x 40 reduction
+  for (bool bottom_up : {false, true})
+    for (float opacity : {1.0f, 0.6f})
+      // Centred, near the edges (clipped on every side) and off the frame.
+      for (auto [x, y] : {std::pair{120.0, 50.0}, {10.0, 5.0}, {230.0, 95.0}, {-80.0, 50.0}}) {
+        const Image before = Paint(240, 100, Backdrop, bottom_up);
+        Image fast = before, slow = before;
+        const ir::Placement pl{200, 80, x, y, 0.25, 0.25, 0, opacity};
+        auto* f = reinterpret_cast<uint8_t*>(fast.base());
+        auto* s = reinterpret_cast<uint8_t*>(slow.base());
+        ASSERT_TRUE(ir::Composite(r.pf, pl, f, fast.row_bytes(), 240, 100, true));
+        ASSERT_TRUE(ir::Composite(r.pf, pl, s, slow.row_bytes(), 240, 100, false));
+        EXPECT_EQ(fast.px, slow.px) << x << "," << y << " opacity " << opacity;
+        EXPECT_EQ(fast.px != before.px, x > 0);
+      }
+}
+
+TEST(IRExactPath, AlignedShiftPutsADisplacedImageOnWholePixels) {
+  // 402 / 2 / 4 = 50.25 reduced pixels to the source point: displaced by 3/4 (12 of 16 steps)
+  // it is whole. Turned, scaled other than 1 / factor, or without steps: not one to one.
+  struct Case {
+    float scale_x;
+    double rot;
+    int32_t steps, want;
+  } cases[] = {{0.25f, 0, 16, 1}, {0.25f, 30, 16, 0}, {0.24f, 0, 16, 0}, {0.25f, 0, 0, 0}};
+  for (const Case& c : cases) {
+    int32_t sx = -1, sy = -1;
+    EXPECT_EQ(IR_AlignedShift(402, 160, 4, 4, 240, 100, {0.5f, 0.5f}, {0.5f, 0.5f},
+                              {c.scale_x, 0.25f}, c.rot, c.steps, &sx, &sy),
+              c.want);
+    if (c.want) {
+      EXPECT_EQ(std::pair(sx, sy), std::pair(12, 0));
+    }
+  }
+
+  // A single opaque reduced pixel, declared displaced by half a pixel, with a placement half a
+  // pixel off (15 / 4 = 3.75 reduced pixels to the centre): the one-to-one path puts it on
+  // exactly one destination pixel, with no bilinear spread.
+  std::vector<uint32_t> image(10 * 10, kClear);
+  image[4 * 10 + 4] = kWhite;
+  IR_Prefiltered pf{image.data(), 8, 8, 4, 4, 30, 32, nullptr, 2, 1, 0};
+  Image dst(20, 20);
+  ASSERT_EQ(Draw(pf, dst, {.scale = {0.25f, 0.25f}}), 0);
+  EXPECT_EQ(std::count(dst.px.begin(), dst.px.end(), kWhite), 1);
+  EXPECT_EQ(std::count(dst.px.begin(), dst.px.end(), kClear), 399);
+  pf.shift_x = 2;  // a shift at or past its step count is refused
+  EXPECT_EQ(Draw(pf, dst, {.scale = {0.25f, 0.25f}}), -1);
+}
+
+TEST(IRExactPath, SpansBoundTheVisiblePixelsOfEachRow) {
+  Reduced r(200, 80, 3);
+  const auto* image = reinterpret_cast<const uint32_t*>(r.image.data());
+  for (int32_t i = 0; i < r.pf.height; ++i) {
+    const int32_t a = r.spans[size_t(2 * i)], b = r.spans[size_t(2 * i + 1)];
+    const uint32_t* row = image + (i + 1) * (r.pf.width + 2) + 1;
+    for (int32_t x = 0; x < r.pf.width; ++x)
+      ASSERT_TRUE(row[x] == 0 || (x >= a && x < b)) << i << "," << x;
+    if (a < b) {
+      ASSERT_TRUE(row[a] != 0 && row[b - 1] != 0) << i;
+    }
+  }
+  EXPECT_EQ(IR_PrefilterSpans(nullptr, r.spans.data()), -1);
+}
+
+TEST(IRPlacedLayer, BlendsWithinOneOfTheDirectCompositeAndTouchesNothingOutsideItsRectangle) {
+  Reduced r(400, 160, 3);
+  const Place cases[] = {
+      {.scale = {0.25f, 0.25f}, .rot = 30},                          // turned
+      {.scale = {0.25f, 0.25f}, .rot = -75.5, .opacity = 0.4f},      // the other way, faded
+      {.dst = {0.47f, 0.52f}, .scale = {0.21f, 0.3f}},               // upright, off the pixel grid
+      {.dst = {0.05f, 0.95f}, .scale = {0.25f, 0.25f}, .rot = 200},  // mostly off the frame
+  };
+  for (const Place& c : cases)
+    for (bool bottom_up : {false, true}) {
+      SCOPED_TRACE(testing::Message() << c.rot << (bottom_up ? " bottom-up" : ""));
+      Image before = Paint(240, 140, Backdrop, bottom_up);
+      Image direct = before, layered = before;
+      ASSERT_EQ(Draw(r.pf, direct, c), 0);
+      EXPECT_NE(direct.px, before.px);
+      // The layer, made and blended through the public calls.
+      int32_t rect[4];
+      ASSERT_EQ(IR_PlaceBounds(&r.pf, 240, 140, c.dst, c.src, c.scale, c.rot, rect), 1);
+      const int32_t lw = rect[2] - rect[0], lh = rect[3] - rect[1];
+      std::vector<uint8_t> layer(size_t(lw + 2) * size_t(lh + 2) * 4, 0);
+      ASSERT_EQ(IR_PlacePrefiltered(&r.pf, 240, 140, c.dst, c.src, c.scale, c.rot, rect,
+                                    layer.data(), layer.size()),
+                0);
+      std::vector<int32_t> spans(size_t(lh) * 2);
+      IR_Prefiltered view{layer.data(), lw, lh, 1, 1, lw, lh, nullptr, 0, 0, 0};
+      ASSERT_EQ(IR_PrefilterSpans(&view, spans.data()), 0);
+      view.row_spans = spans.data();
+      ASSERT_EQ(IR_CompositeLayer(&view, kIRFormatBGRA8, layered.base(), layered.row_bytes(), 240,
+                                  140, rect[0], rect[1], c.opacity),
+                0);
+      for (int32_t y = 0; y < 140; ++y)
+        for (int32_t x = 0; x < 240; ++x) {
+          for (int ch = 0; ch < 32; ch += 8)
+            EXPECT_NEAR(int(direct.at(x, y) >> ch & 255), int(layered.at(x, y) >> ch & 255), 1);
+          // What the direct composite changed lies inside the layer's rectangle.
+          const bool inside = x >= rect[0] && x < rect[2] && y >= rect[1] && y < rect[3];
+          EXPECT_TRUE(inside || direct.at(x, y) == before.at(x, y)) << x << "," << y;
+        }
+    }
+}
+
+TEST(IRPlacedLayer, WholePixelPlacementsAndBadArgumentsAreNotForALayer) {
+  Reduced r(400, 160, 4);
+  const IR_Point c{0.5f, 0.5f}, q{0.25f, 0.25f};
+  int32_t rect[4] = {};
+  // Upright at 1 / factor on whole pixels: the direct path copies pixel for pixel already.
+  EXPECT_EQ(IR_PlaceBounds(&r.pf, 240, 100, c, c, q, 0.0, rect), 0);
+  EXPECT_EQ(IR_PlaceBounds(&r.pf, 240, 100, {5.0f, 5.0f}, c, q, 30.0, rect), 0);  // off the frame
+  EXPECT_EQ(IR_PlaceBounds(&r.pf, 240, 100, c, c, {NAN, 0.25f}, 30.0, rect), -1);
+  EXPECT_EQ(IR_PlaceBounds(nullptr, 240, 100, c, c, q, 30.0, rect), -1);
+
+  ASSERT_EQ(IR_PlaceBounds(&r.pf, 240, 100, c, c, q, 30.0, rect), 1);
+  std::vector<uint8_t> layer(size_t(rect[2] - rect[0] + 2) * size_t(rect[3] - rect[1] + 2) * 4, 0);
+  // A rectangle other than the placement's, or a layer too small for it, is refused untouched.
+  int32_t other[4] = {rect[0] + 1, rect[1], rect[2], rect[3]};
+  EXPECT_EQ(IR_PlacePrefiltered(&r.pf, 240, 100, c, c, q, 30.0, other, layer.data(), layer.size()),
             -1);
+  EXPECT_EQ(
+      IR_PlacePrefiltered(&r.pf, 240, 100, c, c, q, 30.0, rect, layer.data(), layer.size() - 1),
+      -1);
+  EXPECT_EQ(std::count(layer.begin(), layer.end(), 0), std::ptrdiff_t(layer.size()));
+  // A layer is blended only as a factor-1 image.
+  Image dst = Paint(240, 100, Backdrop);
+  EXPECT_EQ(IR_CompositeLayer(&r.pf, kIRFormatBGRA8, dst.base(), 960, 240, 100, 0, 0, 1.0f), -1);
 }
-
-TEST(IRMotionLarge, BandsOnTwoThreadsCoverTheWholeFrame) {
-  // A flat opaque source blown up over a full HD frame: every pixel must be drawn once.
-  const Px colour{{12, 34, 56, 255}};
-  Image src(64, 36, colour);
-  Image dst(1920, 1080, kClear, true);
-  Place p;
-  p.scale = {40, 40};
-  p.rot = 0.0001;  // not axis-aligned
-  ASSERT_EQ(Draw(src, dst, p), 0);
-  int wrong = 0;
-  for (int32_t y = 0; y < 1080; ++y)
-    for (int32_t x = 0; x < 1920; ++x) wrong += !(dst.at(x, y) == colour);
-  EXPECT_EQ(wrong, 0);
-}
-
-}  // namespace
 
 #if defined(__SSE2__)
-#include "image_renderer/motion.h"
-
-namespace {
-
-TEST(IRMotionKernels, SimdRowEqualsScalarRow) {
-  // A padded 40 x 30 reduction with arbitrary premultiplied content and a transparent border.
+TEST(IRKernels, SimdResampleRowEqualsScalar) {
+  // A padded 40 x 30 reduction with a transparent border. The right half is made of 4 x 4 blocks
+  // of one pixel each, opaque and translucent, so that many samples see four equal pixels (the
+  // inside of a glyph).
   const int32_t wp = 40, hp = 30;
-  std::vector<uint8_t> src(static_cast<size_t>(wp) * hp * 4, 0);
+  std::vector<uint8_t> src(size_t(wp) * hp * 4, 0);
   for (int32_t y = 1; y < hp - 1; ++y)
     for (int32_t x = 1; x < wp - 1; ++x) {
-      uint8_t* p = &src[(static_cast<size_t>(y) * wp + x) * 4];
-      // The right half is made of 4 x 4 blocks of one pixel each, opaque and translucent, so
-      // that many samples see four equal pixels (the inside of a glyph).
+      uint8_t* p = &src[(size_t(y) * wp + x) * 4];
       const int32_t bx = x < wp / 2 ? x : x / 4 * 4, by = x < wp / 2 ? y : y / 4 * 4;
-      p[3] = (x >= wp / 2 && (bx / 4) % 2 == 0) ? 255
-                                                : static_cast<uint8_t>((bx * 37 + by * 11) % 256);
-      for (int c = 0; c < 3; ++c) p[c] = static_cast<uint8_t>(p[3] * ((bx + c * by) % 5) / 4);
+      p[3] = (x >= wp / 2 && (bx / 4) % 2 == 0) ? 255 : uint8_t((bx * 37 + by * 11) % 256);
+      for (int c = 0; c < 3; ++c) p[c] = uint8_t(p[3] * ((bx + c * by) % 5) / 4);
     }
   struct Row {
     float u0, du, v0, dv, opacity;
+  } rows[] = {
+      // Upright, turned, magnified, running off every edge, half opaque.
+      {0.0f, 1.0f, 5.0f, 0.0f, 1.0f},
+      {-3.5f, 0.87f, 2.2f, 0.5f, 0.7f},
+      {30.0f, -0.31f, 28.9f, -0.2f, 1.0f},
+      {-5.0f, 0.25f, -2.0f, 0.6f, 0.5f},
+      {10.3f, 0.0f, 3.7f, 0.0f, 0.33f},
+      {-1e6f, 1e5f, 1e6f, -1e5f, 1.0f},
+      // Across the blocks, opaque and faded.
+      {18.0f, 0.3f, 4.1f, 0.2f, 1.0f},
+      {21.3f, 0.27f, 24.0f, -0.31f, 0.8f},
   };
-  // Upright, turned, magnified, running off every edge, half opaque.
-  const Row rows[] = {{0.0f, 1.0f, 5.0f, 0.0f, 1.0f},
-                      {-3.5f, 0.87f, 2.2f, 0.5f, 0.7f},
-                      {30.0f, -0.31f, 28.9f, -0.2f, 1.0f},
-                      {-5.0f, 0.25f, -2.0f, 0.6f, 0.5f},
-                      {10.3f, 0.0f, 3.7f, 0.0f, 0.33f},
-                      {-1e6f, 1e5f, 1e6f, -1e5f, 1.0f},
-                      // Across the blocks, opaque and faded.
-                      {18.0f, 0.3f, 4.1f, 0.2f, 1.0f},
-                      {21.3f, 0.27f, 24.0f, -0.31f, 0.8f}};
   for (const Row& r : rows) {
-    std::vector<uint8_t> a(64 * 4), b;
-    for (size_t i = 0; i < a.size(); ++i) a[i] = static_cast<uint8_t>(i * 29 + 3);
-    b = a;
-    const std::vector<uint8_t> before = a;
+    std::vector<uint8_t> a(64 * 4);
+    for (size_t i = 0; i < a.size(); ++i) a[i] = uint8_t(i * 29 + 3);
+    std::vector<uint8_t> b = a, before = a;
     ir::BlendRowScalar(src.data(), wp, hp, r.u0, r.du, r.v0, r.dv, a.data(), 64, r.opacity);
     ir::BlendRowSse2(src.data(), wp, hp, r.u0, r.du, r.v0, r.dv, b.data(), 64, r.opacity);
     EXPECT_EQ(a, b) << r.u0 << " " << r.du;
-    if (r.u0 == 0.0f) {
-      EXPECT_NE(a, before);
-    }
+    EXPECT_TRUE(r.u0 != 0 || a != before);  // the upright row draws
   }
 }
 
-}  // namespace
+TEST(IRKernels, SimdWholePixelRowEqualsScalar) {
+  std::mt19937 rng(5);
+  for (int n : {1, 4, 5, 19, 64}) {
+    std::vector<uint8_t> s(size_t(n) * 4), d(size_t(n) * 4);
+    for (int i = 0; i < n; ++i) {
+      const int kind = (i + 2) % 3;  // partial, transparent, opaque
+      const uint8_t a = kind == 0 ? 0 : kind == 1 ? 255 : uint8_t(rng() % 256);
+      s[size_t(i) * 4 + 3] = a;
+      for (int c = 0; c < 3; ++c) s[size_t(i) * 4 + c] = uint8_t(rng() % (a + 1));
+    }
+    for (auto& x : d) x = uint8_t(rng());
+    std::vector<uint8_t> a = d, b = d;
+    ir::BlendExactRowScalar(s.data(), a.data(), n);
+    ir::BlendExactRowSse2(s.data(), b.data(), n);
+    EXPECT_EQ(a, b) << n;
+    EXPECT_NE(a, d) << n;
+  }
+}
 #endif
+
+}  // namespace
