@@ -31,13 +31,10 @@ TEST(FrameCache, EvictsLeastRecentlyUsedBeyondTheBudget) {
   EXPECT_FALSE(s.Has("b"));
   EXPECT_TRUE(s.Has("a"));
   EXPECT_TRUE(s.Has("c"));
-  CacheStats st = fc.Stats();
-  EXPECT_EQ(st.adds, 3u);
-  EXPECT_EQ(st.evictions, 1u);
-  EXPECT_EQ(st.entries, 2u);
-  EXPECT_EQ(st.bytes, 200u);
-  EXPECT_EQ(st.hits, 3u);
-  EXPECT_EQ(st.misses, 1u);
+  const CacheStats st = fc.Stats();
+  EXPECT_EQ(
+      (std::vector<uint64_t>{st.hits, st.misses, st.adds, st.evictions, st.bytes, st.entries}),
+      (std::vector<uint64_t>{3, 1, 3, 1, 200, 2}));
   EXPECT_FALSE(Suites(other).Has("a"));  // each cache has its own suite table
 
   // A buffer larger than the whole budget is still kept while it is the newest.
@@ -49,18 +46,29 @@ TEST(FrameCache, EvictsLeastRecentlyUsedBeyondTheBudget) {
   EXPECT_EQ(fc.Stats().bytes, 0u);
 }
 
-TEST(FrameCache, ReferenceOutlivesEvictionAndFirstAddWins) {
-  FrameCache fc(1000);
+TEST(FrameCache, ReferenceOutlivesEvictionAndRecycledBuffersComeBackZeroed) {
+  FrameCache fc;
   Suites s(fc);
-  s.Put("k", 64, 0xAB);
-  s.Put("k", 64, 0xCD);  // already present: the earlier buffer stays
+  constexpr uint64_t kBig = 1 << 20;
+  s.Put("k", kBig, 0xAB);
+  s.Put("k", kBig, 0xCD);  // already present: the earlier buffer stays, this one is recycled
   EXPECT_EQ(fc.Stats().adds, 1u);
   RPixHandle held = nullptr;
   ASSERT_EQ(s.cache->lookup("k", &held), 0);
-  ASSERT_NE(held, nullptr);
   fc.Clear();
   EXPECT_FALSE(s.Has("k"));
-  EXPECT_TRUE(AllEqual(s.Bytes(held), 64, 0xAB));
+  // Buffers made and dropped while the evicted one is held, at its size and at just over half
+  // of it: each is a buffer of its own, of exactly the size asked for, and reads as zeros.
+  for (int i = 0; i < 24; ++i) {
+    const uint64_t size = i % 2 ? kBig : kBig / 2 + 1;
+    RPixHandle h = s.Make(size);
+    ASSERT_NE(s.Bytes(h), s.Bytes(held));
+    ASSERT_EQ(s.RowBytes(h), int32_t(size));
+    ASSERT_TRUE(AllEqual(s.Bytes(h), size, 0)) << i;
+    std::memset(s.Bytes(h), 0x11, size);
+    s.pix->dispose(h);
+  }
+  EXPECT_TRUE(AllEqual(s.Bytes(held), kBig, 0xAB));
   uint32_t format = 0;
   EXPECT_EQ(s.pix->get_pixel_format(held, &format), 0);
   EXPECT_EQ(format, kPixelFormatRaw);
@@ -79,10 +87,9 @@ TEST(FrameCache, RejectsBadRequests) {
   // A pixel buffer: rows of width * 4 bytes.
   ASSERT_EQ(s.creator->create(&h, 0, kPixelFormatBGRA, 10, 3, 1, 1, 0), 0);
   EXPECT_EQ(s.RowBytes(h), 40);
-  VxRect bounds{};
-  EXPECT_EQ(s.pix->get_bounds(h, &bounds), 0);
-  EXPECT_EQ(bounds.right, 10);
-  EXPECT_EQ(bounds.bottom, 3);
+  VxRect b{};
+  EXPECT_EQ(s.pix->get_bounds(h, &b), 0);
+  EXPECT_EQ(std::tuple(b.left, b.top, b.right, b.bottom), std::tuple(0, 0, 10, 3));
   EXPECT_LT(s.cache->add(nullptr, h), 0);
   EXPECT_LT(s.cache->add("x", nullptr), 0);
   RPixHandle found = h;
@@ -91,35 +98,6 @@ TEST(FrameCache, RejectsBadRequests) {
   EXPECT_LT(s.pix->dispose(nullptr), 0);
   EXPECT_EQ(s.pix->dispose(h), 0);
   EXPECT_EQ(fc.Stats().adds, 0u);
-}
-
-TEST(FrameCache, RecycledBuffersAreZeroedAndLiveOnesAreNeverShared) {
-  FrameCache cache;
-  Suites s(cache);
-  constexpr uint64_t kBig = 1 << 20;
-  // Buffers die and are made again at the same and at smaller sizes, many times over: every new
-  // one reads as zeros and has exactly the size asked for.
-  for (int round = 0; round < 6; ++round) {
-    for (uint64_t size : {kBig, kBig * 3 / 4, kBig / 2 + 1, uint64_t(70000)}) {
-      RPixHandle h = s.Make(size);
-      ASSERT_EQ(s.RowBytes(h), int32_t(size));
-      ASSERT_TRUE(AllEqual(s.Bytes(h), size, 0)) << "round " << round << " size " << size;
-      std::memset(s.Bytes(h), 0xAB, size);
-      ASSERT_EQ(s.pix->dispose(h), 0);
-    }
-  }
-  // Two live buffers of one size are two buffers, and a buffer that was evicted while still
-  // held keeps its bytes while new ones are made.
-  RPixHandle a = s.Make(kBig, 0x11);
-  ASSERT_EQ(s.cache->add("held", a), 0);
-  cache.SetBudget(0);
-  for (int i = 0; i < 20; ++i) {
-    RPixHandle n = s.Make(kBig, uint8_t(i));
-    ASSERT_NE(s.Bytes(n), s.Bytes(a));
-    s.pix->dispose(n);
-  }
-  EXPECT_TRUE(AllEqual(s.Bytes(a), kBig, 0x11));
-  s.pix->dispose(a);
 }
 
 // A text that changes every frame adds one large entry a frame that no later frame looks up;
@@ -207,23 +185,19 @@ TEST(FrameCache, EightThreadsLookUpAddAndDisposeConcurrently) {
   EXPECT_GT(st.evictions, 0u);
 }
 
-TEST(FrameCache, ConcurrentRendersShareOneInstance) {
-  Host host(6);  // room for one of the two documents: they evict each other
-  auto module = LoadTestModule(host);
-  ASSERT_EQ(module->Setup(), kStatusOk);
-  auto inst = module->CreateInstance();
-  ASSERT_NE(inst, nullptr);
-  ASSERT_EQ(inst->SetValue(kScale, {10}, 0.0), kStatusOk);
-  ASSERT_EQ(inst->SetValue(kScale, {110}, 100.0), kStatusOk);
-  ASSERT_EQ(inst->SetValue(kDoc, Doc("early"), 0.0), kStatusOk);
-  ASSERT_EQ(inst->SetValue(kDoc, Doc("late"), 50.0), kStatusOk);
-  const int64_t live = host.stats().live_handles.load();
+using HostThreads = StandInInstance;
+
+TEST_F(HostThreads, ConcurrentRendersShareOneInstance) {
+  host_.cache().SetBudget(6);  // room for one of the two documents: they evict each other
+  Keys(kScale, {{0, {10}}, {100, {110}}});
+  Keys(kDoc, {{0, Doc("early")}, {50, Doc("late")}});
+  const int64_t live = host_.stats().live_handles.load();
   std::atomic<int> bad{0};
   auto worker = [&](int t) {
     Frame in(32, 8), out(32, 8);
     for (int i = 0; i < 200; ++i) {
       const int sec = (t * 13 + i) % 100;
-      if (inst->Render(sec, in, out) != kStatusOk) bad++;
+      if (inst_->Render(sec, in, out) != kStatusOk) bad++;
       if (out.row(0)[0] != 10 + sec) bad++;
       if (out.row(0)[3] != (sec < 50 ? 'e' : 'l')) bad++;
     }
@@ -232,36 +206,33 @@ TEST(FrameCache, ConcurrentRendersShareOneInstance) {
   for (int t = 0; t < 8; ++t) threads.emplace_back(worker, t);
   for (auto& t : threads) t.join();
   EXPECT_EQ(bad.load(), 0);
-  EXPECT_EQ(host.stats().live_handles.load(), live);
+  EXPECT_EQ(host_.stats().live_handles.load(), live);
 }
 
 // One opaque pixel in an otherwise transparent bordered reduction. A row of samples a quarter
 // pixel right of the pixel grid and halfway between two rows touches it from exactly two sample
-// positions; every other destination pixel must come out as it went in.
-void CheckSinglePixel(ir::BlendRowFn blend, float opacity) {
-  constexpr int32_t wp = 24, hp = 10, px = 9, py = 4;
-  std::vector<uint8_t> src(size_t(wp) * hp * 4, 0);
-  uint8_t* p = &src[(size_t(py) * wp + px) * 4];
-  p[0] = 200, p[1] = 100, p[2] = 50, p[3] = 255;
-  for (int32_t iy : {py - 1, py}) {  // the pixel in the lower, then the upper row of the footprint
-    std::vector<uint8_t> d(size_t(wp) * 4);
-    for (size_t i = 0; i < d.size(); ++i) d[i] = uint8_t(30 + i % 7);
-    const std::vector<uint8_t> before = d;
-    blend(src.data(), wp, hp, 0.25f, 1.0f, float(iy) + 0.5f, 0.0f, d.data(), wp - 2, opacity);
-    for (int32_t i = 0; i < wp - 2; ++i) {
-      const bool same = std::memcmp(&d[size_t(i) * 4], &before[size_t(i) * 4], 4) == 0;
-      EXPECT_EQ(same, i != px - 1 && i != px) << "sample " << i << " row " << iy << " " << opacity;
-    }
-  }
-}
-
+// positions; every other destination pixel must stay as it was, and so must every one past the
+// row, also when the row ends just before the second sample that would touch the pixel.
 TEST(CompositorSkip, OnlySamplesWithATransparentFootprintAreLeftAlone) {
-  for (float opacity : {1.0f, 0.6f}) {
-    CheckSinglePixel(&ir::BlendRowScalar, opacity);
+  constexpr int32_t wp = 24, hp = 10, px = 9, py = 4;
+  std::vector<uint8_t> src(size_t(wp) * hp * 4, 0), d(size_t(wp) * 4);
+  std::memcpy(&src[(size_t(py) * wp + px) * 4], "\xc8\x64\x32\xff", 4);
+  std::vector<ir::BlendRowFn> kernels = {&ir::BlendRowScalar};
 #if defined(__SSE2__)
-    CheckSinglePixel(&ir::BlendRowSse2, opacity);
+  kernels.push_back(&ir::BlendRowSse2);
 #endif
-  }
+  for (ir::BlendRowFn blend : kernels)
+    for (float opacity : {1.0f, 0.6f})
+      for (int32_t n : {wp - 2, px})
+        for (int32_t iy : {py - 1, py}) {  // the pixel in the lower, then the upper footprint row
+          for (size_t i = 0; i < d.size(); ++i) d[i] = uint8_t(30 + i % 7);
+          const std::vector<uint8_t> before = d;
+          blend(src.data(), wp, hp, 0.25f, 1.0f, float(iy) + 0.5f, 0.0f, d.data(), n, opacity);
+          for (int32_t i = 0; i < wp; ++i)
+            EXPECT_EQ(std::memcmp(&d[size_t(i) * 4], &before[size_t(i) * 4], 4) == 0,
+                      (i != px - 1 && i != px) || i >= n)
+                << "sample " << i << " of " << n << " row " << iy << " opacity " << opacity;
+        }
 }
 
 #if defined(__SSE2__)
@@ -295,15 +266,14 @@ TEST(CompositorSkip, KernelsAgreeOnSparseSourcesAlongTurnedRows) {
 TEST(CompositorSkip, RowExtentsMatchAPixelByPixelScan) {
   // Rows of every width from 0 to 40 with zero, one or two marked pixels anywhere, including
   // the first and last pixel and pixels inside one 4-pixel group; a marked pixel has a single
-  // non-zero byte, so that a test of only some channels would miss it.
+  // non-zero byte, so that a test of only some channels would miss it. Pixels past the end are
+  // not zero: a scan that reads beyond the row finds them.
   std::mt19937 rng(17);
   for (int32_t n = 0; n <= 40; ++n)
     for (int trial = 0; trial < 60; ++trial) {
-      // Pixels past the end are not zero: a scan that reads beyond the row finds them.
-      std::vector<uint8_t> row(size_t(n) * 4 + 16, 0);
-      std::fill(row.end() - 16, row.end(), uint8_t{0xee});
-      const int marks = n == 0 ? 0 : trial % 3;
-      for (int k = 0; k < marks; ++k) {
+      std::vector<uint8_t> row(size_t(n) * 4, 0);
+      row.resize(row.size() + 16, 0xee);
+      for (int k = 0; k < (n == 0 ? 0 : trial % 3); ++k) {
         const int32_t x = trial < 6 ? (k ? n - 1 : 0) : int32_t(rng() % uint32_t(n));
         row[size_t(x) * 4 + rng() % 4] = uint8_t(1 + rng() % 255);
       }
@@ -312,8 +282,8 @@ TEST(CompositorSkip, RowExtentsMatchAPixelByPixelScan) {
       while (want_a < n && zero(want_a)) ++want_a;
       while (want_b > want_a && zero(want_b - 1)) --want_b;
       ir::RowExtent(row.data(), n, &a, &b);
-      ASSERT_EQ(a, want_a) << "width " << n << " trial " << trial;
-      ASSERT_EQ(b, want_b) << "width " << n << " trial " << trial;
+      ASSERT_EQ(std::tuple(a, b), std::tuple(want_a, want_b))
+          << "width " << n << " trial " << trial;
     }
 }
 

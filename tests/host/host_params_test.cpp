@@ -10,23 +10,9 @@ using namespace vxhost_test;
 
 using HostParams = StandInInstance;
 
-TEST_F(HostParams, DefaultsComeFromTheDeclarations) {
-  EXPECT_EQ(inst_->ValueAt(kScale, 3).x, 100.0);
-  EXPECT_EQ(inst_->ValueAt(kAngle, 3).x, 0.0);
-  EXPECT_TRUE(inst_->ValueAt(kCheck, 3).flag);
-  ParamValue p = inst_->ValueAt(kPoint, 3);
-  EXPECT_EQ(p.x, 100.0);  // 50 % of the layer
-  EXPECT_EQ(p.y, 50.0);
-  EXPECT_EQ(inst_->ParamAt(kPoint, 0).u.td.x_value, 100 << 16);
-  EXPECT_EQ(inst_->SetValue(0, {}), kStatusBadCallbackParam);  // the layer holds no value
-  EXPECT_EQ(inst_->SetValue(kCount, {}), kStatusBadCallbackParam);
-}
-
 TEST_F(HostParams, NumbersHoldOutsideTheKeyframesAndInterpolateLinearlyBetween) {
-  ASSERT_EQ(inst_->SetValue(kScale, {100}, 0.0), kStatusOk);
-  ASSERT_EQ(inst_->SetValue(kScale, {300}, 2.0), kStatusOk);
-  ASSERT_EQ(inst_->SetValue(kScale, {999}, 1.0), kStatusOk);  // inserted between
-  ASSERT_EQ(inst_->SetValue(kScale, {200}, 1.0), kStatusOk);  // replaces the key at 1 s
+  // The key at 1 s is inserted between the others, then replaced.
+  Keys(kScale, {{0, {100}}, {2, {300}}, {1, {999}}, {1, {200}}});
   // On each keyframe, a step (1/1024 s) either side of it, and beyond the first and the last.
   const double e = 1.0 / 1024;
   const std::pair<double, double> at[] = {{-5, 100},   {-e, 100},
@@ -38,8 +24,7 @@ TEST_F(HostParams, NumbersHoldOutsideTheKeyframesAndInterpolateLinearlyBetween) 
                                           {9, 300}};
   for (const auto& [time, value] : at) EXPECT_EQ(inst_->ValueAt(kScale, time).x, value) << time;
 
-  ASSERT_EQ(inst_->SetValue(kPoint, {0, 0}, 0.0), kStatusOk);
-  ASSERT_EQ(inst_->SetValue(kPoint, {40, 80}, 4.0), kStatusOk);
+  Keys(kPoint, {{0, {0, 0}}, {4, {40, 80}}});
   ParamValue p = inst_->ValueAt(kPoint, 1.0);
   EXPECT_EQ(p.x, 10.0);
   EXPECT_EQ(p.y, 20.0);
@@ -56,16 +41,15 @@ TEST_F(HostParams, NumbersHoldOutsideTheKeyframesAndInterpolateLinearlyBetween) 
   inst_->ResetValue(kScale);
   EXPECT_EQ(inst_->ValueAt(kScale, 0.5).x, 100.0);
   // Declared not animatable: each keyframe request sets the constant.
-  ASSERT_EQ(inst_->SetValue(kCheck, {0, 0, false}, 1.0), kStatusOk);
-  ASSERT_EQ(inst_->SetValue(kCheck, {0, 0, true}, 3.0), kStatusOk);
+  Keys(kCheck, {{1, {0, 0, false}}, {3, {0, 0, true}}});
   EXPECT_TRUE(inst_->ValueAt(kCheck, 0).flag);
   EXPECT_TRUE(inst_->ValueAt(kCheck, 2).flag);
+  EXPECT_EQ(inst_->SetValue(0, {}), kStatusBadCallbackParam);  // the layer holds no value
+  EXPECT_EQ(inst_->SetValue(kCount, {}), kStatusBadCallbackParam);
 }
 
 TEST_F(HostParams, ArbitraryDataHoldsTheEarlierKeyframeThroughTheModule) {
-  ASSERT_EQ(inst_->SetValue(kDoc, Doc("first"), 0.0), kStatusOk);
-  ASSERT_EQ(inst_->SetValue(kDoc, Doc("third"), 4.0), kStatusOk);
-  ASSERT_EQ(inst_->SetValue(kDoc, Doc("second"), 2.0), kStatusOk);
+  Keys(kDoc, {{0, Doc("first")}, {4, Doc("third")}, {2, Doc("second")}});
   const int64_t requests = host_.stats().arb_requests.load();
   EXPECT_EQ(Text(inst_->ValueAt(kDoc, 1.9).bytes), "first");
   EXPECT_GT(host_.stats().arb_requests.load(), requests);  // interpolated by the module
@@ -96,15 +80,13 @@ TEST_F(HostParams, ArbitraryDataHoldsTheEarlierKeyframeThroughTheModule) {
 }
 
 TEST_F(HostParams, CheckoutThroughParamUtilsSeesTheValueAtTheCallTime) {
-  ASSERT_EQ(inst_->SetValue(kScale, {100}, 0.0), kStatusOk);
-  ASSERT_EQ(inst_->SetValue(kScale, {200}, 2.0), kStatusOk);
+  Keys(kScale, {{0, {100}}, {2, {200}}});
   ExtraRecord extra{};
   extra.change.param_index = kScale;
   ASSERT_EQ(inst_->Command(kCmdUserChangedParam, &extra, 1.0), kStatusOk);
   EXPECT_STREQ(inst_->last_output().message, ("value=" + std::to_string(150 << 16)).c_str());
 
-  ASSERT_EQ(inst_->SetValue(kDoc, Doc("abc"), 0.0), kStatusOk);
-  ASSERT_EQ(inst_->SetValue(kDoc, Doc("abcdef"), 2.0), kStatusOk);
+  Keys(kDoc, {{0, Doc("abc")}, {2, Doc("abcdef")}});
   const int64_t live = host_.stats().live_handles.load();
   extra.change.param_index = kDoc;
   ASSERT_EQ(inst_->Command(kCmdUserChangedParam, &extra, 1.0), kStatusOk);
@@ -119,8 +101,7 @@ TEST_F(HostParams, VideoSegmentSuiteAnswersByGpuIndex) {
     return static_cast<const VideoSegmentSuite6*>(table)->get_param(node, index, time, v);
   };
   const int32_t node = inst_->node_id();
-  ASSERT_EQ(inst_->SetValue(kScale, {120}, 0.0), kStatusOk);
-  ASSERT_EQ(inst_->SetValue(kScale, {220}, 1.0), kStatusOk);
+  Keys(kScale, {{0, {120}}, {1, {220}}});
   SegmentParamValue v{};
   ASSERT_EQ(get(node, kScale - 1, kTicksPerSecond / 2, &v), 0);
   EXPECT_EQ(v.type, kSegParamFloat);
@@ -143,11 +124,9 @@ class HostProject : public StandInInstance {
  protected:
   void SetUp() override {
     ASSERT_NO_FATAL_FAILURE(StandInInstance::SetUp());
-    ASSERT_EQ(inst_->SetValue(kDoc, Doc(std::string("doc\0one", 7)), 0.0), kStatusOk);
-    ASSERT_EQ(inst_->SetValue(kDoc, Doc("doc two"), 1.5), kStatusOk);
+    Keys(kDoc, {{0, Doc(std::string("doc\0one", 7))}, {1.5, Doc("doc two")}});
+    Keys(kAngle, {{0, {-45}}, {3, {90}}});
     ASSERT_EQ(inst_->SetValue(kScale, {33.25}), kStatusOk);
-    ASSERT_EQ(inst_->SetValue(kAngle, {-45}, 0.0), kStatusOk);
-    ASSERT_EQ(inst_->SetValue(kAngle, {90}, 3.0), kStatusOk);
     ASSERT_EQ(inst_->SetValue(kCheck, {0, 0, false}), kStatusOk);
     // kPoint stays at its default.
     saved_ = inst_->SaveProject();
@@ -184,8 +163,9 @@ TEST_F(HostProject, TruncatedOrCorruptProjectsAreRejectedAndChangeNothing) {
   ASSERT_EQ(target_->SetValue(kScale, {77}), kStatusOk);
   const std::vector<uint8_t> before = target_->SaveProject();
   for (size_t n = 0; n < saved_.size(); ++n) {
+    const std::vector<uint8_t> cut(saved_.begin(), saved_.begin() + ptrdiff_t(n));
     error_.clear();
-    EXPECT_FALSE(target_->LoadProject(saved_.data(), n, &error_)) << n;
+    EXPECT_FALSE(target_->LoadProject(cut.data(), n, &error_)) << n;
     EXPECT_FALSE(error_.empty()) << n;
   }
   // Parameter records start at 12 (index, type, mode: 9 bytes); the document's keyframe count

@@ -30,6 +30,11 @@ class StandInInstance : public ::testing::Test {
     ASSERT_NE(inst_, nullptr);
     inst_->SetLayerSize(200, 100);
   }
+  // Sets each (time, value) as a keyframe of parameter `index`, in the order given.
+  void Keys(int32_t index, std::initializer_list<std::pair<double, vxhost::ParamValue>> keys) {
+    for (const auto& [time, value] : keys)
+      EXPECT_EQ(inst_->SetValue(index, value, time), kStatusOk) << index << " at " << time;
+  }
   void TearDown() override {
     inst_.reset();
     module_.reset();

@@ -12,14 +12,12 @@
 
 namespace {
 
-LabelEntry g_entries[] = {
-    {"$$$/Test/kStrZero=zero", 0, 0, 0},
-    {"$$$/Test/kStrScale=Scale", 0, 0, 0},
-    {"$$$/Test/kStrVScale=Vertical Scale", 0, 0, 0},
-    {"$$$/Test/kStrDoc=Source Text", 0, 0, 0},
-    {"$$$/Test/kStrEq=a=b", 0, 0, 0},
-    {nullptr, -1, -1, 0},
-};
+LabelEntry g_entries[] = {{"$$$/Test/kStrZero=zero", 0, 0, 0},
+                          {"$$$/Test/kStrScale=Scale", 0, 0, 0},
+                          {"$$$/Test/kStrVScale=Vertical Scale", 0, 0, 0},
+                          {"$$$/Test/kStrDoc=Source Text", 0, 0, 0},
+                          {"$$$/Test/kStrEq=a=b", 0, 0, 0},
+                          {nullptr, -1, -1, 0}};
 LabelTable g_table{"FX", 6, g_entries};
 
 const char kDefault[] = "default document";
@@ -42,22 +40,14 @@ struct Suite {
   const T* s = nullptr;
 };
 
-VxStatus Fail(InputRecord* in, OutputRecord* out, VxStatus st) {
-  out->out_flags |= kOutFlagDisplayMessage;
-  in->utils->copy_message(out, "Test could not be initialized.");
-  return st;
-}
-
 VxStatus GlobalSetup(InputRecord* in, OutputRecord* out) {
   int64_t token = reinterpret_cast<int64_t>(&g_table);
-  if (VxStatus st = in->utils->register_token(&token, 4321)) return Fail(in, out, st);
-  VxHandle h = in->utils->new_handle(8);
-  if (!h) {
+  if (VxStatus st = in->utils->register_token(&token, 4321)) return st;
+  out->global_data = in->utils->new_handle(8);
+  if (!out->global_data) {
     in->utils->unregister_token(&token);
-    return Fail(in, out, kStatusOutOfMemory);
+    return kStatusOutOfMemory;
   }
-  std::memcpy(*h, &token, 8);
-  out->global_data = in->global_data = h;
   out->out_flags |= kEffectGlobalOutFlags;
   out->my_version = kEffectVersionWord;
   Suite<PixelFormatSuite1> pf(in, kPixelFormatSuiteName, kPixelFormatSuiteVersion);
@@ -70,11 +60,10 @@ VxStatus GlobalSetup(InputRecord* in, OutputRecord* out) {
 }
 
 VxStatus GlobalSetdown(InputRecord* in, OutputRecord* out) {
-  int64_t token;
-  std::memcpy(&token, *in->global_data, 8);
+  int64_t token = reinterpret_cast<int64_t>(&g_table);
   in->utils->unregister_token(&token);
-  in->utils->dispose_handle(in->global_data);
-  out->global_data = in->global_data = nullptr;
+  in->utils->dispose_handle(in->global_data);  // a wrong handle here would leak this one
+  out->global_data = nullptr;
   return kStatusOk;
 }
 
@@ -87,12 +76,11 @@ VxStatus ParamsSetup(InputRecord* in, OutputRecord* out) {
   defs[0].param_type = kParamTypeArbitrary;
   defs[0].u.arb_d.dephault = h;
   defs[1].param_type = kParamTypeFixedSlider;
-  defs[1].u.fd.value = defs[1].u.fd.dephault = 100 << 16;
-  defs[1].u.fd.valid_max = defs[1].u.fd.slider_max = 400 << 16;
+  defs[1].u.fd.dephault = 100 << 16;
   defs[2].param_type = kParamTypeAngle;
   defs[3].param_type = kParamTypeCheckbox;
   defs[3].flags = kParamFlagCannotTimeVary | kParamFlagSupervise;
-  defs[3].u.bd.value = defs[3].u.bd.dephault = 1;
+  defs[3].u.bd.dephault = 1;
   defs[4].param_type = kParamTypePoint;
   defs[4].u.td.x_dephault = defs[4].u.td.y_dephault = 50 << 16;
   for (int i = 0; i < kCount - 1; ++i) {
@@ -114,38 +102,13 @@ VxStatus Render(InputRecord* in, ParamList* params, OutputLayer* layer) {
     return kStatusUnsupportedPixelFormat;
   in->utils->copy_layer(in->effect_ref, params->params[0]->u.ld.layer, layer, nullptr, nullptr);
   VxHandle doc = params->params[kDoc]->u.arb_d.value;
-  const uint64_t size = in->utils->get_handle_size(doc);
-  if (size == 0) return kStatusStructDamaged;
-
-  // The document goes through the frame cache, keyed by its bytes, the way layouts do.
-  Suite<RPixCacheSuite6> cache(in, kRPixCacheSuiteName, kRPixCacheSuiteVersion);
-  Suite<RPixCreatorSuite3> creator(in, kRPixCreatorSuiteName, kRPixCreatorSuiteVersion);
-  Suite<RPixSuite1> pix(in, kRPixSuiteName, kRPixSuiteVersion);
-  uint8_t first = 0;
-  if (cache.s && creator.s && pix.s) {
-    uint64_t hash = 1469598103934665603ull;
-    for (uint64_t i = 0; i < size; ++i)
-      hash = (hash ^ static_cast<uint8_t*>(*doc)[i]) * 1099511628211ull;
-    char key[64];
-    std::snprintf(key, sizeof key, "test-%016llx-%llu", static_cast<unsigned long long>(hash),
-                  static_cast<unsigned long long>(size));
-    RPixHandle h = nullptr;
-    void* p = nullptr;
-    cache->lookup(key, &h);
-    if (!h && creator->create(&h, kRPixKindRaw, kPixelFormatRaw, 1, 1, 1, 1, size) >= 0) {
-      pix->get_pixels(h, kRPixAccessWrite, &p);
-      std::memcpy(p, *doc, size);
-      cache->add(key, h);  // another thread may evict it at once; our reference keeps it readable
-    }
-    if (h && pix->get_pixels(h, kRPixAccessRead, &p) >= 0) first = *static_cast<uint8_t*>(p);
-    if (h) pix->dispose(h);
-  }
+  if (in->utils->get_handle_size(doc) == 0) return kStatusStructDamaged;
   // Row 0 is the visual top whatever the stride.
   auto* top = static_cast<uint8_t*>(layer->data);
   top[0] = uint8_t(params->params[kScale]->u.fd.value >> 16);
   top[1] = uint8_t(params->params[kAngle]->u.ad.value >> 16);
   top[2] = uint8_t(params->params[kCheck]->u.bd.value);
-  top[3] = first;
+  top[3] = static_cast<uint8_t*>(*doc)[0];
   top[4] = uint8_t(params->params[kPoint]->u.td.x_value >> 16);
   top[5] = uint8_t(params->params[kPoint]->u.td.y_value >> 16);
   return kStatusOk;
@@ -169,16 +132,15 @@ VxStatus Changed(InputRecord* in, OutputRecord* out, ExtraRecord* extra) {
   Suite<ParamUtilsSuite3> pu(in, kParamUtilsSuiteName, kParamUtilsSuiteVersion);
   if (!pu.s) return kStatusSuiteThrew;
   ParamDef def{};
-  char text[64] = "checkout failed";
-  if (pu->checkout_param(in->effect_ref, extra->change.param_index, in->current_time, in->time_step,
-                         in->time_scale, &def) == 0) {
-    if (def.param_type == kParamTypeArbitrary)
-      std::snprintf(text, sizeof text, "bytes=%llu",
-                    static_cast<unsigned long long>(in->utils->get_handle_size(def.u.arb_d.value)));
-    else
-      std::snprintf(text, sizeof text, "value=%d", def.u.fd.value);
-    pu->checkin_param(in->effect_ref, &def);
-  }
+  char text[64];
+  pu->checkout_param(in->effect_ref, extra->change.param_index, in->current_time, in->time_step,
+                     in->time_scale, &def);
+  if (def.param_type == kParamTypeArbitrary)
+    std::snprintf(text, sizeof text, "bytes=%llu",
+                  static_cast<unsigned long long>(in->utils->get_handle_size(def.u.arb_d.value)));
+  else
+    std::snprintf(text, sizeof text, "value=%d", def.u.fd.value);
+  pu->checkin_param(in->effect_ref, &def);
   in->utils->copy_message(out, text);
   return kStatusOk;
 }
