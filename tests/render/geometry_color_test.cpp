@@ -22,23 +22,19 @@ LayoutRecord Box(float l, float t, float r, float b, std::vector<float> strokes 
 }
 
 TEST(RasterGeometry, StrokeMarginOriginAndTruncation) {
-  struct Case {
-    LayoutRecord layout;
-    int32_t bw, bh, W, H;
-    float ox, oy;
-  };
-  const Case cases[] = {
-      {Box(0, 0, 100, 20, {1, 3, 2}), 100, 20, 106, 26, 3, 3},  // the largest stroke counts
-      {Box(-10, -50, 90, -30, {3}), 100, 20, 106, 26, 13, 53},  // negative left/top move it
-      {Box(7, 9, 107, 29, {3}), 100, 20, 106, 26, 3, 3},        // positive ones do not
-      {Box(0, 0, 100.9f, 20.9f, {0.75f}), 100, 20, 101, 21, 0.75f, 0.75f},
-      {Box(0, 0, 10, 10, {-5, -1}), 10, 10, 10, 10, 0, 0},  // negative widths never count
-  };
-  for (const Case& c : cases) {
-    RasterGeometry g = ComputeRasterGeometry(c.layout);
-    EXPECT_EQ(std::tuple(g.bw, g.bh, g.W, g.H, g.ox, g.oy),
-              std::tuple(c.bw, c.bh, c.W, c.H, c.ox, c.oy));
-    EXPECT_EQ(RasterBufferBytes(g), int64_t(c.W) * c.H * 4);
+  // Per layout: bw, bh, W, H, ox, oy.
+  const std::pair<LayoutRecord, std::tuple<int32_t, int32_t, int32_t, int32_t, float, float>>
+      cases[] = {
+          {Box(0, 0, 100, 20, {1, 3, 2}), {100, 20, 106, 26, 3, 3}},  // the largest stroke counts
+          {Box(-10, -50, 90, -30, {3}), {100, 20, 106, 26, 13, 53}},  // negative left/top move it
+          {Box(7, 9, 107, 29, {3}), {100, 20, 106, 26, 3, 3}},        // positive ones do not
+          {Box(0, 0, 100.9f, 20.9f, {0.75f}), {100, 20, 101, 21, 0.75f, 0.75f}},
+          {Box(0, 0, 10, 10, {-5, -1}), {10, 10, 10, 10, 0, 0}},  // negative widths never count
+      };
+  for (const auto& [layout, want] : cases) {
+    RasterGeometry g = ComputeRasterGeometry(layout);
+    EXPECT_EQ(std::tuple(g.bw, g.bh, g.W, g.H, g.ox, g.oy), want);
+    EXPECT_EQ(RasterBufferBytes(g), int64_t(g.W) * g.H * 4);
   }
   LayoutRecord l = Box(0, 0, 1, 1, {0, 0});
   l.mCharacters[0].mBaselineShift = 12, l.mCharacters[1].mBaselineShift = 30;

@@ -27,10 +27,8 @@ DiffStats Diff(const Buffer& a, const Buffer& b, int first, int count) {
 
 bool WritePng(const std::string& path, const Buffer& b, std::string* error) {
   png_image img{};
-  img.version = PNG_IMAGE_VERSION;
-  img.width = png_uint_32(b.W);
-  img.height = png_uint_32(b.H);
-  img.format = PNG_FORMAT_BGRA;
+  img.version = PNG_IMAGE_VERSION, img.format = PNG_FORMAT_BGRA;
+  img.width = png_uint_32(b.W), img.height = png_uint_32(b.H);
   if (png_image_write_to_file(&img, path.c_str(), 0, b.px.data(), b.W * 4, nullptr)) return true;
   *error = path + ": " + img.message;
   return false;

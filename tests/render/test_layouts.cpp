@@ -53,18 +53,14 @@ vetext::LayoutRecord MakeLayout(const std::string& text, const Style& style, flo
     const FT_Glyph_Metrics& gm = face->glyph->metrics;
     if (ch != ' ') {
       vetext::CharacterRecord& c = layout.mCharacters.emplace_back();
-      c.mGlyphID = int32_t(gid);
-      c.mFontName = style.font;
-      c.mFontSize = style.size;
-      c.mOriginX = x, c.mOriginY = y;
+      c.mGlyphID = int32_t(gid), c.mFontName = style.font, c.mFontSize = style.size;
+      c.mOriginX = x, c.mOriginY = y, c.mAlignment = 2;
       c.mLeft = x + float(gm.horiBearingX) / 64.0f, c.mTop = y - float(gm.horiBearingY) / 64.0f;
       c.mWidth = float(gm.width) / 64.0f, c.mHeight = float(gm.height) / 64.0f;
       c.mFillRed = style.fill[0], c.mFillGreen = style.fill[1], c.mFillBlue = style.fill[2];
       c.mStrokeRed = style.stroke[0], c.mStrokeGreen = style.stroke[1];
-      c.mStrokeBlue = style.stroke[2];
-      c.mStrokeWidth = style.stroke_width;
+      c.mStrokeBlue = style.stroke[2], c.mStrokeWidth = style.stroke_width;
       c.mFillFirst = style.fill_first;
-      c.mAlignment = 2;
       left = std::min(left, c.mLeft), top = std::min(top, c.mTop);
       right = std::max(right, c.mLeft + c.mWidth), bottom = std::max(bottom, c.mTop + c.mHeight);
     }
