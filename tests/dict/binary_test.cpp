@@ -1,69 +1,79 @@
-// The binary form: exact bytes of the encoding, bit-exact round trips, agreement with the text
-// form and the tree writer, and damaged input refused without reading outside the bytes.
+// The binary form and the tree writer: exact bytes of the encoding, bit-exact round trips, the
+// three writers agreeing on one tree, damaged input refused without reading outside the bytes,
+// and the nesting limit of every reader.
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <string>
 #include <vector>
 
-#include "engine/slo_binary.h"
 #include "tree_gen.h"
 
 namespace {
 
+using dict_test::FromBinary;
+using dict_test::FromText;
+using dict_test::ToBinary;
+using dict_test::ToText;
 using SLO::Value;
 
-std::vector<uint8_t> ToBinary(const Value& v) {
-  std::vector<uint8_t> out;
-  SLO::VectorSink sink(out);
-  SLO::BinaryPDFWriter w(sink);
-  SLO::WriteTree(w, v);
-  return out;
-}
-
-Value FromBinary(const std::vector<uint8_t>& bytes) {
-  // A copy of exactly the bytes, so that any read past them is caught by the sanitizers.
-  std::unique_ptr<uint8_t[]> copy(new uint8_t[bytes.size() + 1]);
-  if (!bytes.empty()) std::memcpy(copy.get(), bytes.data(), bytes.size());
-  SLO::BinaryPDFReader r(copy.get(), bytes.size());
-  return r.Parse();
-}
-
-std::vector<uint8_t> Bytes(std::initializer_list<int> list) {
+// The header, then the bytes written in hexadecimal ("03 80 01").
+std::vector<uint8_t> Bytes(const char* hex) {
   std::vector<uint8_t> out = {'K', 'T', 'D', 'B', 1};
-  for (int b : list) out.push_back(static_cast<uint8_t>(b));
-  return out;
+  for (char* end = nullptr;; hex = end) {
+    const long b = std::strtol(hex, &end, 16);
+    if (end == hex) return out;
+    out.push_back(static_cast<uint8_t>(b));
+  }
 }
 
 TEST(BinaryForm, EncodesEachValueAsDocumented) {
-  EXPECT_EQ(ToBinary(Value::Boolean(false)), Bytes({0x01}));
-  EXPECT_EQ(ToBinary(Value::Boolean(true)), Bytes({0x02}));
-  EXPECT_EQ(ToBinary(Value::Integer(0)), Bytes({0x03, 0x00}));
-  EXPECT_EQ(ToBinary(Value::Integer(-1)), Bytes({0x03, 0x01}));
-  EXPECT_EQ(ToBinary(Value::Integer(64)), Bytes({0x03, 0x80, 0x01}));
-  EXPECT_EQ(ToBinary(Value::Integer(std::numeric_limits<int32_t>::min())),
-            Bytes({0x03, 0xFF, 0xFF, 0xFF, 0xFF, 0x0F}));
-  EXPECT_EQ(ToBinary(Value::Real(1.0f)), Bytes({0x04, 0x00, 0x00, 0x80, 0x3F}));
-  EXPECT_EQ(ToBinary(Value::String(u"A\U0001F600")),
-            Bytes({0x05, 0x03, 0x41, 0x00, 0x3D, 0xD8, 0x00, 0xDE}));
-  EXPECT_EQ(ToBinary(Value::Name("Ab")), Bytes({0x07, 0x02, 'A', 'b'}));
   Value d = Value::Dictionary();
   d.Add("K", Value::Array({Value::Integer(1)}));
-  EXPECT_EQ(ToBinary(d), Bytes({0x0A, 0x07, 0x01, 'K', 0x08, 0x03, 0x02, 0x09, 0x0B}));
+  const struct {
+    Value value;
+    const char* hex;
+  } cases[] = {{Value::Boolean(false), "01"},
+               {Value::Boolean(true), "02"},
+               {Value::Integer(0), "03 00"},
+               {Value::Integer(-1), "03 01"},
+               {Value::Integer(64), "03 80 01"},
+               {Value::Integer(std::numeric_limits<int32_t>::min()), "03 FF FF FF FF 0F"},
+               {Value::Real(1.0f), "04 00 00 80 3F"},
+               {Value::String(u"A\U0001F600"), "05 03 41 00 3D D8 00 DE"},
+               {Value::Name("Ab"), "07 02 41 62"},
+               {d, "0A 07 01 4B 08 03 02 09 0B"}};
+  for (const auto& c : cases) {
+    EXPECT_EQ(ToBinary(c.value), Bytes(c.hex)) << c.hex;
+    EXPECT_EQ(FromBinary(Bytes(c.hex)), c.value) << c.hex;
+  }
 }
 
-TEST(BinaryForm, RandomTreesRoundTripBitForBit) {
-  dict_test::TreeGen gen(99, /*text_safe=*/false);
+TEST(BinaryForm, RandomTreesRoundTripThroughEveryForm) {
+  // Any bit pattern survives the binary form.
+  dict_test::TreeGen any(99, /*text_safe=*/false);
   for (int i = 0; i < 300; ++i) {
-    const Value tree = gen.Tree();
+    const Value tree = any.Tree();
     ASSERT_EQ(FromBinary(ToBinary(tree)), tree);
   }
-  const float specials[] = {-0.0f, std::numeric_limits<float>::denorm_min(),
-                            std::numeric_limits<float>::infinity(),
-                            std::numeric_limits<float>::quiet_NaN(), 3.4e38f};
-  for (float f : specials) EXPECT_EQ(FromBinary(ToBinary(Value::Real(f))), Value::Real(f)) << f;
+  for (float f : {-0.0f, std::numeric_limits<float>::denorm_min(),
+                  std::numeric_limits<float>::infinity(), std::numeric_limits<float>::quiet_NaN()})
+    EXPECT_EQ(FromBinary(ToBinary(Value::Real(f))), Value::Real(f)) << f;
+  // Trees the text form carries exactly: the tree writer, the binary and the text form (either
+  // separator mode, read in chunks of any size) all give back the same tree.
+  dict_test::TreeGen safe(7, /*text_safe=*/true);
+  for (int i = 0; i < 300; ++i) {
+    Value tree = Value::Dictionary();
+    tree.Add("Root", safe.Tree());
+    SLO::TreeWriter built;
+    SLO::WriteTree(built, tree);
+    ASSERT_EQ(built.Take(), tree);
+    ASSERT_EQ(FromBinary(ToBinary(tree)), tree);
+    const std::vector<uint8_t> text = ToText(tree, 5, i % 2 == 0);
+    ASSERT_EQ(FromText(text, 1 + i % 9), tree) << std::string(text.begin(), text.end());
+  }
 }
 
 TEST(BinaryForm, ByteStringsReadBackAsStringsInEveryForm) {
@@ -79,81 +89,29 @@ TEST(BinaryForm, ByteStringsReadBackAsStringsInEveryForm) {
   tw.WriteHexString(raw, sizeof raw);
   tw.EndArray();
   EXPECT_EQ(FromBinary(bin), expected);
-  EXPECT_EQ(dict_test::FromText(text), Value::Array({expected, expected}));
+  EXPECT_EQ(FromText(text), Value::Array({expected, expected}));
   SLO::TreeWriter tree;
   tree.WriteByteString(raw, sizeof raw);
   EXPECT_EQ(tree.Take(), expected);
 }
 
-TEST(BinaryForm, TheThreeWritersAgreeOnTheTree) {
-  dict_test::TreeGen gen(7, /*text_safe=*/true);
-  for (int i = 0; i < 100; ++i) {
-    Value tree = Value::Dictionary();
-    tree.Add("Root", gen.Tree());
-    SLO::TreeWriter built;
-    SLO::WriteTree(built, tree);
-    const Value from_tree = built.Take();
-    EXPECT_EQ(from_tree, tree);
-    EXPECT_EQ(FromBinary(ToBinary(tree)), from_tree);
-    EXPECT_EQ(dict_test::FromText(dict_test::ToText(tree)), from_tree);
-  }
-}
-
-TEST(BinaryForm, NameRulesMatchTheTextWriter) {
-  for (const char16_t* name : {u"a b", u"a/b", u"x\u00E9", u"{"}) {
-    std::vector<uint8_t> bin, text;
-    SLO::VectorSink bin_sink(bin), text_sink(text);
-    SLO::BinaryPDFWriter bw(bin_sink);
-    SLO::TextPDFWriter tw(text_sink);
-    const std::u16string n(name);
-    int bin_line = 0, text_line = 0;
-    try {
-      bw.WriteName(n.data(), n.size());
-    } catch (const SLO::Error& e) {
-      bin_line = e.line();
-    }
-    try {
-      tw.WriteName(n.data(), n.size());
-    } catch (const SLO::Error& e) {
-      text_line = e.line();
-    }
-    EXPECT_NE(bin_line, 0);
-    EXPECT_EQ(bin_line, text_line);
-    EXPECT_EQ(bin.size(), 5u) << "a refused name left bytes behind";
-  }
-}
-
 TEST(BinaryForm, DamagedInputIsRefused) {
-  const std::vector<std::vector<uint8_t>> cases = {
-      {},
-      {'K', 'T', 'D'},
-      {'K', 'T', 'D', 'X', 1, 0x01},
-      {'K', 'T', 'D', 'B', 2, 0x01},                // unknown version
-      Bytes({}),                                    // no value
-      Bytes({0x00}),                                // unknown tag
-      Bytes({0x0C}),                                // unknown tag
-      Bytes({0x09}),                                // end without begin
-      Bytes({0x0B}),                                // end without begin
-      Bytes({0x01, 0x01}),                          // data after the value
-      Bytes({0x03}),                                // integer without payload
-      Bytes({0x03, 0x80}),                          // truncated varint
-      Bytes({0x03, 0x80, 0x80, 0x80, 0x80, 0x10}),  // beyond 32 bits
-      Bytes({0x03, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F}),
-      Bytes({0x03, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x01}),
-      Bytes({0x04, 0x00, 0x00, 0x80}),        // short real
-      Bytes({0x05, 0x02, 0x41, 0x00, 0x42}),  // string shorter than its count
-      Bytes({0x05, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F}),  // huge count
-      Bytes({0x06, 0x05, 0x41}),                    // byte string shorter than its count
-      Bytes({0x07, 0x00}),                          // empty name
-      Bytes({0x07, 0x01, ' '}),                     // invalid name byte
-      Bytes({0x07, 0x01, '/'}),                     // invalid name byte
-      Bytes({0x08, 0x01}),                          // unterminated array
-      Bytes({0x08, 0x0B}),                          // dictionary end inside an array
-      Bytes({0x0A, 0x03, 0x00, 0x03, 0x00, 0x0B}),  // key is not a name
-      Bytes({0x0A, 0x07, 0x01, 'K', 0x0B}),         // key without value
-      Bytes({0x0A, 0x07, 0x01, 'K', 0x09}),         // key followed by an array end
-      Bytes({0x0A, 0x07, 0x01, 'K', 0x01}),         // unterminated dictionary
-  };
+  std::vector<std::vector<uint8_t>> cases = {
+      {}, {'K', 'T', 'D'}, {'K', 'T', 'D', 'X', 1, 1}, {'K', 'T', 'D', 'B', 2, 1}};
+  for (const char* hex :
+       {// No value, unknown tags, stray ends, a second value.
+        "", "00", "0C", "09", "0B", "01 01",
+        // Integers: no payload, a truncated varint, beyond 32 bits, beyond 64 bits, too long.
+        "03", "03 80", "03 80 80 80 80 10", "03 FF FF FF FF FF FF FF FF FF 7F",
+        "03 80 80 80 80 80 80 80 80 80 80 01",
+        // Short payloads and a count of 2^63 - 1.
+        "04 00 00 80", "05 02 41 00 42", "05 FF FF FF FF FF FF FF FF 7F", "06 05 41",
+        // Empty and invalid names.
+        "07 00", "07 01 20", "07 01 2F",
+        // Containers: unterminated, wrong end, a key that is no name, a key without a value.
+        "08 01", "08 0B", "0A 03 00 03 00 0B", "0A 07 01 4B 0B", "0A 07 01 4B 09",
+        "0A 07 01 4B 01"})
+    cases.push_back(Bytes(hex));
   for (size_t i = 0; i < cases.size(); ++i) {
     try {
       FromBinary(cases[i]);
@@ -163,9 +121,7 @@ TEST(BinaryForm, DamagedInputIsRefused) {
       EXPECT_LE(e.offset(), static_cast<int64_t>(cases[i].size())) << i;
     }
   }
-}
-
-TEST(BinaryForm, EveryTruncationOfAValidEncodingIsRefused) {
+  // Every truncation of a valid encoding is refused too.
   dict_test::TreeGen gen(5, false);
   Value tree = Value::Dictionary();
   for (int i = 0; i < 6; ++i) tree.Add(gen.Name(), gen.Tree());
@@ -177,50 +133,57 @@ TEST(BinaryForm, EveryTruncationOfAValidEncodingIsRefused) {
   }
 }
 
-TEST(BinaryForm, NestingIsLimited) {
-  std::vector<uint8_t> ok = Bytes({});
-  ok.insert(ok.end(), SLO::kMaxDepth, 0x08);
-  ok.insert(ok.end(), SLO::kMaxDepth, 0x09);
-  EXPECT_TRUE(FromBinary(ok).IsArray());
-  std::vector<uint8_t> deep = Bytes({});
-  deep.insert(deep.end(), SLO::kMaxDepth + 1, 0x08);
-  deep.insert(deep.end(), SLO::kMaxDepth + 1, 0x09);
-  EXPECT_THROW(FromBinary(deep), SLO::Error);
+// kMaxDepth nested arrays or dictionaries are read; one more is refused, by both readers and
+// by the tree writer.
+TEST(Nesting, LimitedToMaxDepthInEveryReader) {
+  for (int depth : {SLO::kMaxDepth, SLO::kMaxDepth + 1}) {
+    Value arrays = Value::Array(), dicts = Value::Dictionary();
+    for (int i = 1; i < depth; ++i) {
+      arrays = Value::Array({arrays});
+      Value d = Value::Dictionary();
+      d.Add("a", std::move(dicts));
+      dicts = std::move(d);
+    }
+    for (const Value& tree : {arrays, dicts}) {
+      SCOPED_TRACE(testing::Message() << depth << (tree.IsArray() ? " arrays" : " dictionaries"));
+      auto via_tree = [&] {
+        SLO::TreeWriter w;
+        SLO::WriteTree(w, tree);
+        return w.Take();
+      };
+      if (depth == SLO::kMaxDepth) {
+        EXPECT_EQ(FromBinary(ToBinary(tree)), tree);
+        EXPECT_EQ(FromText(ToText(tree)), tree);
+        EXPECT_EQ(via_tree(), tree);
+      } else {
+        EXPECT_THROW(FromBinary(ToBinary(tree)), SLO::Error);
+        EXPECT_THROW(FromText(ToText(tree)), SLO::Error);
+        EXPECT_THROW(via_tree(), SLO::Error);
+      }
+    }
+  }
+  // An unterminated run of dictionaries deeper than the limit stops at the limit.
+  std::string dicts;
+  for (int i = 0; i <= SLO::kMaxDepth; ++i) dicts += "<</a";
+  EXPECT_THROW(FromText(dicts), SLO::Error);
 }
 
 TEST(TreeWriter, RefusesWritesThatMakeNoTree) {
-  {
-    SLO::TreeWriter w;
-    w.WriteInteger(1);
-    EXPECT_THROW(w.WriteInteger(2), SLO::Error);  // a second top-level value
-  }
-  {
-    SLO::TreeWriter w;
-    w.BeginDictionary();
-    EXPECT_THROW(w.WriteInteger(1), SLO::Error);  // a value without a key
-  }
-  {
-    SLO::TreeWriter w;
-    w.BeginDictionary();
-    w.WriteName("K");
-    EXPECT_THROW(w.EndDictionary(), SLO::Error);  // a key without a value
-  }
-  {
-    SLO::TreeWriter w;
-    w.BeginArray();
-    EXPECT_THROW(w.EndDictionary(), SLO::Error);
-    EXPECT_THROW(w.Take(), SLO::Error);  // not complete
-  }
-  {
-    // An empty key or name value would vanish from the text form, so the walk refuses it.
-    std::vector<uint8_t> out;
-    SLO::VectorSink sink(out);
-    SLO::TextPDFWriter w(sink);
-    Value d = Value::Dictionary();
-    d.Add("", Value::Integer(1));
-    EXPECT_THROW(SLO::WriteTree(w, d), SLO::Error);
-    EXPECT_THROW(SLO::WriteTree(w, Value::Array({Value::Name("")})), SLO::Error);
-  }
+  SLO::TreeWriter one, dict, array;
+  one.WriteInteger(1);
+  EXPECT_THROW(one.WriteInteger(2), SLO::Error);  // a second top-level value
+  dict.BeginDictionary();
+  EXPECT_THROW(dict.WriteInteger(1), SLO::Error);  // a value without a key
+  dict.WriteName("K");
+  EXPECT_THROW(dict.EndDictionary(), SLO::Error);  // a key without a value
+  array.BeginArray();
+  EXPECT_THROW(array.EndDictionary(), SLO::Error);  // the wrong end
+  EXPECT_THROW(array.Take(), SLO::Error);           // not complete
+  // An empty key or name value would vanish from the text form, so the walk refuses it.
+  Value d = Value::Dictionary();
+  d.Add("", Value::Integer(1));
+  EXPECT_THROW(ToText(d), SLO::Error);
+  EXPECT_THROW(ToText(Value::Array({Value::Name("")})), SLO::Error);
 }
 
 }  // namespace

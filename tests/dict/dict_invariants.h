@@ -8,52 +8,33 @@
 #include <vector>
 
 #include "engine/document_dict.h"
-#include "engine/slo_binary.h"
-#include "engine/slo_text.h"
+#include "tree_gen.h"
 
 namespace dict_invariants {
 
 // Equal trees, except that reals only need to be reals (the text form rounds them).
 inline bool SameShape(const SLO::Value& a, const SLO::Value& b) {
-  if (a.kind != b.kind) return false;
-  switch (a.kind) {
-    case SLO::Value::Kind::kReal:
-      return true;
-    case SLO::Value::Kind::kArray:
-      if (a.array.size() != b.array.size()) return false;
-      for (size_t i = 0; i < a.array.size(); ++i)
-        if (!SameShape(a.array[i], b.array[i])) return false;
-      return true;
-    case SLO::Value::Kind::kDictionary:
-      if (a.entries.size() != b.entries.size()) return false;
-      for (size_t i = 0; i < a.entries.size(); ++i)
-        if (a.entries[i].key != b.entries[i].key ||
-            !SameShape(a.entries[i].value, b.entries[i].value))
-          return false;
-      return true;
-    default:
-      return a == b;
-  }
+  using Kind = SLO::Value::Kind;
+  if (a.kind != b.kind || a.array.size() != b.array.size() || a.entries.size() != b.entries.size())
+    return false;
+  if (a.kind == Kind::kReal) return true;
+  if (a.kind != Kind::kArray && a.kind != Kind::kDictionary) return a == b;
+  for (size_t i = 0; i < a.array.size(); ++i)
+    if (!SameShape(a.array[i], b.array[i])) return false;
+  for (size_t i = 0; i < a.entries.size(); ++i)
+    if (a.entries[i].key != b.entries[i].key || !SameShape(a.entries[i].value, b.entries[i].value))
+      return false;
+  return true;
 }
 
 // A tree that a reader accepted: the binary form carries it exactly, the text form keeps its
 // shape, and reading it as a document either works or fails with the engine's error. Returns
 // what went wrong, or "" when everything held.
 inline std::string CheckAcceptedTree(const SLO::Value& tree) {
-  std::vector<uint8_t> bin;
-  SLO::VectorSink bin_sink(bin);
-  SLO::BinaryPDFWriter bw(bin_sink);
-  SLO::WriteTree(bw, tree);
-  SLO::BinaryPDFReader br(bin.data(), bin.size());
-  if (!(br.Parse() == tree)) return "binary form changed the tree";
-
-  std::vector<uint8_t> text;
-  SLO::VectorSink text_sink(text);
-  SLO::TextPDFWriter tw(text_sink, 5, true);
-  SLO::WriteTree(tw, tree);
-  SLO::TextPDFReader tr(text.data(), text.size(), 7);
-  if (!SameShape(tr.Parse(), tree)) return "text form changed the tree";
-
+  if (!(dict_test::FromBinary(dict_test::ToBinary(tree)) == tree))
+    return "binary form changed the tree";
+  if (!SameShape(dict_test::FromText(dict_test::ToText(tree), 7), tree))
+    return "text form changed the tree";
   try {
     KTE::DocumentPtr doc = KTE::DocumentFromDictionary(tree);
     // A document read once writes a tree that reads back to the same document (compared as
@@ -72,11 +53,9 @@ inline std::string CheckBytes(const uint8_t* data, size_t size, bool binary) {
   SLO::Value tree;
   try {
     if (binary) {
-      SLO::BinaryPDFReader reader(data, size);
-      tree = reader.Parse();
+      tree = SLO::BinaryPDFReader(data, size).Parse();
     } else {
-      SLO::TextPDFReader reader(data, size, 1 + size % 13);
-      tree = reader.Parse();
+      tree = SLO::TextPDFReader(data, size, 1 + size % 13).Parse();
     }
   } catch (const SLO::Error&) {
     return "";

@@ -1,12 +1,14 @@
-// Seeded random dictionary trees for round-trip tests.
+// Dictionary trees through the text and binary forms, and seeded random trees for round trips.
 #pragma once
 
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "engine/slo_binary.h"
 #include "engine/slo_io.h"
 #include "engine/slo_text.h"
 
@@ -29,6 +31,25 @@ inline SLO::Value FromText(const std::string& s, size_t chunk = 4096) {
   return FromText(std::vector<uint8_t>(s.begin(), s.end()), chunk);
 }
 
+inline std::vector<uint8_t> ToBinary(const SLO::Value& v) {
+  std::vector<uint8_t> out;
+  SLO::VectorSink sink(out);
+  SLO::BinaryPDFWriter w(sink);
+  SLO::WriteTree(w, v);
+  return out;
+}
+
+inline SLO::Value FromBinary(const uint8_t* data, size_t size) {
+  // A copy of exactly the bytes, so that any read past them is caught by the sanitizers.
+  std::unique_ptr<uint8_t[]> copy(new uint8_t[size + 1]);
+  if (size != 0) std::memcpy(copy.get(), data, size);
+  return SLO::BinaryPDFReader(copy.get(), size).Parse();
+}
+
+inline SLO::Value FromBinary(const std::vector<uint8_t>& bytes) {
+  return FromBinary(bytes.data(), bytes.size());
+}
+
 // Random trees. With `text_safe`, reals are multiples of 1/32 below 2^20 (exact at five places)
 // so that the text form reads back bit for bit; otherwise any bit pattern may appear.
 class TreeGen {
@@ -36,59 +57,44 @@ class TreeGen {
   TreeGen(uint32_t seed, bool text_safe) : rng_(seed), text_safe_(text_safe) {}
 
   SLO::Value Tree(int depth = 0) {
-    int pick = Int(0, depth >= 5 ? 5 : 7);
-    switch (pick) {
-      case 0:
-        return SLO::Value::Boolean(Int(0, 1) == 1);
-      case 1:
-        return SLO::Value::Integer(static_cast<int32_t>(rng_()));
-      case 2:
-        return SLO::Value::Real(Real());
-      case 3:
-        return SLO::Value::String(String());
-      case 4:
-      case 5:
-        return SLO::Value::Name(Name());
-      case 6: {
-        SLO::Value a = SLO::Value::Array();
-        for (int i = Int(0, 4); i > 0; --i) a.Push(Tree(depth + 1));
-        return a;
-      }
-      default: {
-        SLO::Value d = SLO::Value::Dictionary();
-        for (int i = Int(0, 4); i > 0; --i) d.Add(Name(), Tree(depth + 1));
-        return d;
-      }
+    using SLO::Value;
+    const int pick = Int(0, depth >= 5 ? 5 : 7);
+    if (pick == 0) return Value::Boolean(Int(0, 1) == 1);
+    if (pick == 1) return Value::Integer(static_cast<int32_t>(rng_()));
+    if (pick == 2) return Value::Real(Real());
+    if (pick == 3) return Value::String(String());
+    if (pick <= 5) return Value::Name(Name());
+    Value v = pick == 6 ? Value::Array() : Value::Dictionary();
+    for (int i = Int(0, 4); i > 0; --i) {
+      if (pick == 6)
+        v.Push(Tree(depth + 1));
+      else
+        v.Add(Name(), Tree(depth + 1));
     }
+    return v;
   }
 
   int Int(int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng_); }
 
   float Real() {
     if (text_safe_) return static_cast<float>(Int(-(1 << 25), 1 << 25)) / 32.0f;
-    uint32_t bits = static_cast<uint32_t>(rng_());
+    const uint32_t bits = static_cast<uint32_t>(rng_());
     float f;
     std::memcpy(&f, &bits, sizeof f);
     return f;
   }
 
+  // Any code units, the bytes the writer must escape (in either half), surrogate pairs, ASCII.
   std::u16string String() {
     std::u16string s;
     for (int i = Int(0, 12); i > 0; --i) {
-      switch (Int(0, 3)) {
-        case 0:  // the bytes the writer must escape, in either half
-          s.push_back(static_cast<char16_t>(u"()\\"[Int(0, 2)] << (Int(0, 1) * 8)));
-          break;
-        case 1:
-          s.push_back(static_cast<char16_t>(Int(0, 0xFFFF)));
-          break;
-        case 2:  // a surrogate pair
-          s.push_back(static_cast<char16_t>(Int(0xD800, 0xDBFF)));
-          s.push_back(static_cast<char16_t>(Int(0xDC00, 0xDFFF)));
-          break;
-        default:
-          s.push_back(static_cast<char16_t>(Int(0x20, 0x7E)));
-      }
+      const int kind = Int(0, 3);
+      if (kind == 0) s.push_back(static_cast<char16_t>(u"()\\"[Int(0, 2)] << (Int(0, 1) * 8)));
+      if (kind == 1) s.push_back(static_cast<char16_t>(Int(0, 0xFFFF)));
+      if (kind == 2)
+        s += {static_cast<char16_t>(Int(0xD800, 0xDBFF)),
+              static_cast<char16_t>(Int(0xDC00, 0xDFFF))};
+      if (kind == 3) s.push_back(static_cast<char16_t>(Int(0x20, 0x7E)));
     }
     return s;
   }
