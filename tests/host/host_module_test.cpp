@@ -262,8 +262,7 @@ TEST_F(HostRender, UpdateParamsUIChangesOnlyTheInstanceCopy) {
 }
 
 TEST_F(HostRender, DrawEventIsRecordedInViewerCoordinates) {
-  host_.viewer().zoom = 2.0;
-  host_.viewer().offset_x = 5;
+  host_.viewer() = {2.0, 5, 3};
   EventRecord ev{};
   ev.event_type = kEventDraw;
   ev.click_x = 10;
@@ -271,13 +270,14 @@ TEST_F(HostRender, DrawEventIsRecordedInViewerCoordinates) {
   ASSERT_EQ(inst_->Event(&ev), kStatusOk);
   EXPECT_EQ(ev.handled, 1);
   EXPECT_EQ(ev.context, nullptr);  // the host's context lived for the call only
-  // A stroked rectangle at 10 * 2 + 5, 7 * 2.
+  // A stroked rectangle at 10 * 2 + 5, 7 * 2 + 3, as large as the click taken back to the layer.
   const auto drawn = host_.drawn_paths();
   ASSERT_EQ(drawn.size(), 1u);
   EXPECT_EQ(std::tuple(drawn[0].fill, drawn[0].line_width, drawn[0].ops.size()),
             std::tuple(false, 2.0f, size_t(1)));
   const PathOp& op = drawn[0].ops[0];
-  EXPECT_EQ(std::tuple(op.kind, op.x, op.y, op.width), std::tuple(PathOp::kRect, 25.f, 14.f, 10.f));
+  EXPECT_EQ(std::tuple(op.kind, op.x, op.y, op.width, op.height),
+            std::tuple(PathOp::kRect, 25.f, 17.f, 10.f, 7.f));
   // The window type reaches the module, which draws only in the layer window.
   host_.ClearDrawing();
   EventRecord other{};

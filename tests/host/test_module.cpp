@@ -161,9 +161,12 @@ VxStatus Event(InputRecord* in, ExtraRecord* extra) {
   draw->get_supplier(drawer, &sup);
   draw->get_surface(drawer, &surf);
   supplier->new_path(sup, &p);
+  // At the click in viewer coordinates, as large as the click converted there and back.
   VxFixed x = ev.click_x << 16, y = ev.click_y << 16;
   ev.callbacks->layer_to_viewer((*ev.context)->host_data, &x, &y);
-  path->add_rect(p, float(x >> 16), float(y >> 16), 10, 20);
+  VxFixed back_x = x, back_y = y;
+  ev.callbacks->viewer_to_layer((*ev.context)->host_data, &back_x, &back_y);
+  path->add_rect(p, float(x >> 16), float(y >> 16), float(back_x >> 16), float(back_y >> 16));
   const DrawbotColor red{1, 0, 0, 1};
   surface->stroke_path(surf, &red, p, 2);
   supplier->dispose_path(p);
