@@ -171,19 +171,6 @@ TEST_F(Effect, ParamUtilsSuiteRelabelsScaleAndIsNeededForChanges) {
   EXPECT_EQ(inst->Command(kCmdUpdateParamsUI, nullptr), kStatusSuiteThrew);
 }
 
-TEST_F(Effect, DocumentParamKeepsItsBytesThroughProjects) {
-  auto inst = SetUpInstance();
-  ASSERT_TRUE(inst);
-  vxhost::ParamValue v;
-  v.bytes = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F, '{', 0};  // length field lies
-  ASSERT_EQ(inst->SetValue(1, v), kStatusOk);
-  const std::vector<uint8_t> project = inst->SaveProject();
-  inst->ResetValue(1);
-  std::string error;
-  ASSERT_TRUE(inst->LoadProject(project.data(), project.size(), &error)) << error;
-  EXPECT_EQ(inst->ValueAt(1, 0).bytes, v.bytes);
-}
-
 // The defined dynamic symbols of the module, as binutils reads its dynamic symbol table.
 std::set<std::string> ExportedSymbols(const std::string& path) {
   std::set<std::string> names;

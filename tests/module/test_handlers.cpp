@@ -208,27 +208,21 @@ TEST(Overlay, EventRoutingAndGates) {
 }
 
 TEST(GPUFilterEntry, EnumeratesExactlyOneFilter) {
-  GPUFilterFunctions fns{};
-  GPUFilterInfo info;
-  std::memset(&info, 0x77, sizeof info);
-  for (int32_t asked : {-1, 0}) {  // -1 asks for the first filter
+  // startup, index asked -> status, index after (-1 asks for the first filter). Only a startup
+  // fills the functions; only a filter found fills the information.
+  const int32_t kCases[][4] = {
+      {1, -1, kGPUOk, 0}, {1, 0, kGPUOk, 0}, {1, 1, kErrNoMoreFilters, 1}, {0, -1, kGPUOk, -1}};
+  const GPUFilterInfo filter{2, {}};
+  for (const auto& [startup, asked, status, after] : kCases) {
+    GPUFilterFunctions fns{};
+    GPUFilterInfo info;
+    std::memset(&info, 0x77, sizeof info);
     int32_t index = asked;
-    EXPECT_EQ(vetext::GPUFilterEntry(0, &index, 1, 0, &fns, &info), kGPUOk);
-    EXPECT_EQ(index, 0);
+    EXPECT_EQ(vetext::GPUFilterEntry(0, &index, uint32_t(startup), 0, &fns, &info), status);
+    EXPECT_EQ(index, after) << startup << " " << asked;
+    EXPECT_EQ(fns.create_instance != nullptr && fns.render != nullptr, startup == 1);
+    EXPECT_EQ(std::memcmp(&info, &filter, sizeof info) == 0, startup == 1 && status == kGPUOk);
   }
-  EXPECT_EQ(info.interface_version, 2);
-  for (uint8_t b : info.name_value) EXPECT_EQ(b, 0);
-  EXPECT_NE(fns.create_instance, nullptr);
-  EXPECT_NE(fns.render, nullptr);
-  int32_t index = 1;
-  EXPECT_EQ(vetext::GPUFilterEntry(0, &index, 1, 0, &fns, &info), kErrNoMoreFilters);
-
-  // Shutting down writes nothing.
-  GPUFilterFunctions untouched{};
-  index = -1;
-  EXPECT_EQ(vetext::GPUFilterEntry(0, &index, 0, 0, &untouched, &info), kGPUOk);
-  EXPECT_EQ(untouched.create_instance, nullptr);
-  EXPECT_EQ(index, -1);
 }
 
 }  // namespace
