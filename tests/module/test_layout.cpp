@@ -19,54 +19,6 @@ namespace {
 using vetext::CharacterRecord;
 using vetext::LayoutRecord;
 
-// Every field set, in record order, to values that are easy to get wrong.
-LayoutRecord Sample() {
-  CharacterRecord c{-7,   {},   160, 1e-7f, -0.3f, 1.5f, -100.25f, 33.3f, 120,        0.2f,
-                    0.4f, 0.6f, 1,   0,     0.5f,  12,   true,     -4,    0xFFFFFFFFu};
-  c.mFontName = u"Liberation Sans \u00c9\U0001F600";
-  CharacterRecord d = c;
-  d.mGlyphID = 2147483647;
-  d.mFillFirst = false;
-  d.mFontName.clear();
-  return {{c, d}, -12.5f, -160, 0.1f, 3.4028235e38f, 4, true};
-}
-
-const std::string kNotWellFormed = "JSON not well-formed";
-
-// What a reader made of a text: the record, or the failure's message.
-struct Outcome {
-  std::string error;
-  LayoutRecord record;
-};
-
-template <typename Reader>
-Outcome Run(Reader read, const std::u16string& text) {
-  Outcome o{"", Sample()};  // read over a full record: it is replaced, not added to
-  try {
-    read(text.data(), text.size(), o.record);
-  } catch (const boost::bad_any_cast&) {
-    o.error = "wrong type";
-  } catch (const std::exception& e) {
-    o.error = e.what();
-  }
-  // Failures must leave the caller's record as it was.
-  EXPECT_TRUE(o.error.empty() || o.record == Sample()) << "record changed on failure";
-  return o;
-}
-
-// Reads `text` with both readers, which must agree; returns the streaming reader's outcome.
-Outcome ExpectSameReading(const std::u16string& text) {
-  SCOPED_TRACE(vxcore::UTF16ToUTF8(text).substr(0, 300));
-  const Outcome tree = Run(vetext::TextToLayoutTree, text);
-  const Outcome stream = Run(vetext::TextToLayout, text);
-  EXPECT_EQ(stream.error, tree.error);
-  EXPECT_EQ(stream.record, tree.record);
-  return stream;
-}
-Outcome ExpectSameReading(const std::string& utf8) {
-  return ExpectSameReading(vxcore::UTF8ToUTF16(utf8));
-}
-
 class RandomLayouts {
  public:
   explicit RandomLayouts(uint32_t seed) : rng(seed) {}
@@ -75,12 +27,13 @@ class RandomLayouts {
     const float f = std::bit_cast<float>(uint32_t(rng()));
     return !std::isfinite(f) || rng() % 4 == 0 ? float(int(rng() % 200) - 100) : f;
   }
-  LayoutRecord Layout(size_t max_chars) {
+  // `n` characters, every field random, font names from a few awkward ones.
+  LayoutRecord Layout(size_t n) {
     static const std::u16string kNames[] = {
         u"Liberation Sans", u"", u"DejaVu Sans Bold Oblique \u00c9\u65e5", u"\U0001F600 \"q\"\\",
         std::u16string(u"lone ") + char16_t(0xD800)};
     LayoutRecord l;
-    l.mCharacters.resize(rng() % (max_chars + 1));
+    l.mCharacters.resize(n);
     for (CharacterRecord& c : l.mCharacters) {
       c.mGlyphID = int32_t(rng());
       c.mFontName = kNames[rng() % 5];
@@ -98,10 +51,52 @@ class RandomLayouts {
   std::mt19937 rng;
 };
 
+// A record with every field set, to read over.
+const LayoutRecord& Full() {
+  static const LayoutRecord full = RandomLayouts(1).Layout(4);
+  return full;
+}
+
+const std::string kNotWellFormed = "JSON not well-formed";
+
+// What a reader made of a text: the record, or the failure's message.
+struct Outcome {
+  std::string error;
+  LayoutRecord record;
+};
+
+template <typename Reader>
+Outcome Run(Reader read, const std::u16string& text) {
+  Outcome o{"", Full()};  // read over a full record: it is replaced, not added to
+  try {
+    read(text.data(), text.size(), o.record);
+  } catch (const boost::bad_any_cast&) {
+    o.error = "wrong type";
+  } catch (const std::exception& e) {
+    o.error = e.what();
+  }
+  // Failures must leave the caller's record as it was.
+  EXPECT_TRUE(o.error.empty() || o.record == Full()) << "record changed on failure";
+  return o;
+}
+
+// Reads `text` with both readers, which must agree; returns the streaming reader's outcome.
+Outcome ExpectSameReading(const std::u16string& text) {
+  SCOPED_TRACE(vxcore::UTF16ToUTF8(text).substr(0, 300));
+  const Outcome tree = Run(vetext::TextToLayoutTree, text);
+  const Outcome stream = Run(vetext::TextToLayout, text);
+  EXPECT_EQ(stream.error, tree.error);
+  EXPECT_EQ(stream.record, tree.record);
+  return stream;
+}
+Outcome ExpectSameReading(const std::string& utf8) {
+  return ExpectSameReading(vxcore::UTF8ToUTF16(utf8));
+}
+
 TEST(LayoutJson, WriteThenReadGivesEveryFieldBack) {
   RandomLayouts gen(7);
-  std::vector<LayoutRecord> layouts = {LayoutRecord{}, Sample()};
-  for (int i = 0; i < 60; ++i) layouts.push_back(gen.Layout(30));
+  std::vector<LayoutRecord> layouts = {LayoutRecord{}, Full()};
+  for (int i = 0; i < 60; ++i) layouts.push_back(gen.Layout(gen.rng() % 31));
   for (const LayoutRecord& l : layouts) {
     const std::u16string text = vetext::LayoutToText(l), pretty = vetext::LayoutToText(l, true);
     EXPECT_EQ(text, vetext::LayoutToTextTree(l));
@@ -114,7 +109,7 @@ TEST(LayoutJson, WriteThenReadGivesEveryFieldBack) {
       EXPECT_EQ(ExpectSameReading(t).record, want);
   }
   // Values JSON cannot spell are written as the tree writer writes them (null).
-  LayoutRecord odd = Sample();
+  LayoutRecord odd = Full();
   odd.mLeft = std::numeric_limits<float>::infinity();
   odd.mCharacters[0].mOriginX = std::numeric_limits<float>::quiet_NaN();
   EXPECT_EQ(vetext::LayoutToText(odd), vetext::LayoutToTextTree(odd));
