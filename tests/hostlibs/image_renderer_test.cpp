@@ -39,7 +39,8 @@ struct Image {
   }
 };
 
-Image Paint(int32_t w, int32_t h, uint32_t (*f)(int32_t x, int32_t y), bool bottom_up = false) {
+template <typename F>
+Image Paint(int32_t w, int32_t h, F f, bool bottom_up = false) {
   Image img(w, h, kClear, bottom_up);
   for (int32_t y = 0; y < h; ++y)
     for (int32_t x = 0; x < w; ++x) img.at(x, y) = f(x, y);
@@ -78,7 +79,7 @@ void ExpectPixels(Image& img, const std::vector<uint32_t>& probes) {
     EXPECT_EQ(img.at(probes[i], probes[i + 1]), probes[i + 2]) << probes[i] << "," << probes[i + 1];
 }
 
-TEST(IRMotion, IdentityPlacesEachPixelExactly) {
+TEST(IRMotion, IdentityPlacesEachPixelExactlyAndBlendsWithOpacity) {
   Image src(8, 6), dst(20, 20, kGrey), want(20, 20, kGrey);
   src.at(2, 3) = kRed;
   src.at(7, 5) = Px(10, 20, 30, 40);
@@ -87,6 +88,23 @@ TEST(IRMotion, IdentityPlacesEachPixelExactly) {
   want.at(7, 10) = kRed;
   want.at(12, 12) = Px(52, 71, 89, 255);  // grey * (1 - 40/255) + (10, 20, 30)
   EXPECT_EQ(dst.px, want.px);
+
+  // At opacity 0.5: keep = 1 - (160/255) * 0.5 = 0.68627, out = dst * keep + src * 0.5, alpha
+  // alike. Opacity 0, or a transparent source, leave the destination as it was.
+  const uint32_t s = Px(40, 80, 120, 160);
+  struct Case {
+    uint32_t src, dst;
+    float opacity;
+    uint32_t want;
+  } cases[] = {{s, Px(200, 100, 0, 255), 0.5f, Px(157, 109, 60, 255)},
+               {s, kClear, 0.5f, Px(20, 40, 60, 80)},
+               {s, kGrey, 0, kGrey},
+               {kClear, kGrey, 1, kGrey}};
+  for (const Case& c : cases) {
+    Image a(3, 3, c.src), b(3, 3, c.dst);
+    ASSERT_EQ(Draw(a, b, {.opacity = c.opacity}), 0);
+    EXPECT_EQ(b.px, Image(3, 3, c.want).px) << c.opacity;
+  }
 }
 
 TEST(IRMotion, RotatesCounterClockwiseAndScalesAboutTheSourcePoint) {
@@ -131,20 +149,6 @@ TEST(IRMotion, QuarterScaleCheckerboardIsFlatGrey) {
   }
 }
 
-TEST(IRMotion, BlendsWithOpacityAndCoverage) {
-  Image src(3, 3, Px(40, 80, 120, 160)), none(3, 3);
-  Image opaque(3, 3, Px(200, 100, 0, 255)), clear(3, 3, kClear), keep(3, 3, kGrey);
-  ASSERT_EQ(Draw(src, opaque, {.opacity = 0.5f}), 0);
-  ASSERT_EQ(Draw(src, clear, {.opacity = 0.5f}), 0);
-  // keep = 1 - (160/255) * 0.5 = 0.68627; colour = dst * keep + src * 0.5; alpha alike.
-  EXPECT_EQ(opaque.at(1, 1), Px(157, 109, 60, 255));
-  EXPECT_EQ(clear.at(1, 1), Px(20, 40, 60, 80));
-  // Opacity 0, and a fully transparent source, leave the destination as it was.
-  ASSERT_EQ(Draw(src, keep, {.opacity = 0}), 0);
-  ASSERT_EQ(Draw(none, keep, {}), 0);
-  EXPECT_EQ(keep.px, Image(3, 3, kGrey).px);
-}
-
 TEST(IRMotion, RowOrderFormatAndAKeptReductionGiveTheSameBytes) {
   // Factors 4 and 3.
   Place p{.dst = {0.45f, 0.55f}, .src = {0.25f, 0.75f}, .scale = {0.25f, 0.26f}, .rot = 21};
@@ -187,29 +191,21 @@ TEST(IRMotion, RowOrderFormatAndAKeptReductionGiveTheSameBytes) {
 TEST(IRMotion, BadArgumentsLeaveTheDestinationUntouched) {
   Image src(4, 4, kWhite), dst = Paint(8, 8, Backdrop);
   const std::vector<uint32_t> before = dst.px;
-  const int32_t B = kIRFormatBGRA8;
-  struct Case {
-    int32_t src_format, dst_format, src_rb, dst_rb;
-    bool no_dst;
-    float scale_x;
-    bool blend;
-  } cases[] = {
-      {0x61726762, 0x61726762, 16, 32, false, 1, true},  // a four-character code, not a format
-      {5, 5, 16, 32, false, 1, true},
-      {B, kIRFormatVUYA8, 16, 32, false, 1, true},
-      {B, B, 12, 32, false, 1, true},
-      {B, B, 16, -28, false, 1, true},
-      {B, B, 16, 32, true, 1, true},
-      {B, B, 16, 32, false, NAN, true},
-      {B, B, 16, 32, false, 1, false},
+  auto motion = [&](int32_t sf, int32_t df, int32_t src_rb, int32_t dst_rb, void* d, float sx,
+                    bool blend) {
+    return IR_Motion(src.base(), src_rb, 4, 4, sf, 0, nullptr, d, dst_rb, 8, 8, df, 0, 1, 1,
+                     {0.5f, 0.5f}, {0.5f, 0.5f}, {sx, 1}, 0.0, 1.0f, blend, 0.0, false, 0, 4, true);
   };
-  for (const Case& c : cases)
-    EXPECT_EQ(IR_Motion(src.base(), c.src_rb, 4, 4, c.src_format, 0, nullptr,
-                        c.no_dst ? nullptr : dst.base(), c.dst_rb, 8, 8, c.dst_format, 0, 1, 1,
-                        {0.5f, 0.5f}, {0.5f, 0.5f}, {c.scale_x, 1}, 0.0, 1.0f, c.blend, 0.0, false,
-                        0, 4, true),
-              -1)
-        << c.src_format << " " << c.src_rb << " " << c.dst_rb;
+  const int32_t B = kIRFormatBGRA8;
+  void* d = dst.base();
+  EXPECT_EQ(motion(0x61726762, 0x61726762, 16, 32, d, 1, true), -1);  // a code, not a format
+  EXPECT_EQ(motion(5, 5, 16, 32, d, 1, true), -1);
+  EXPECT_EQ(motion(B, kIRFormatVUYA8, 16, 32, d, 1, true), -1);
+  EXPECT_EQ(motion(B, B, 12, 32, d, 1, true), -1);
+  EXPECT_EQ(motion(B, B, 16, -28, d, 1, true), -1);
+  EXPECT_EQ(motion(B, B, 16, 32, nullptr, 1, true), -1);
+  EXPECT_EQ(motion(B, B, 16, 32, d, NAN, true), -1);
+  EXPECT_EQ(motion(B, B, 16, 32, d, 1, false), -1);
   EXPECT_EQ(dst.px, before);
   EXPECT_TRUE(IR_IsOriginBottomLeft(kIRFormatBGRA8));
   EXPECT_FALSE(IR_IsOriginBottomLeft(kIRFormatVUYA8));
@@ -246,20 +242,19 @@ TEST(IRMotion, BandsOnTwoThreadsCoverTheWholeFrame) {
 // A premultiplied source with opaque, partial and empty regions (text-like), reduced 4 x 4, with
 // its row spans.
 struct Reduced {
-  Image src;
+  Image src{0, 0};
   std::vector<uint8_t> image;
   std::vector<int32_t> spans;
   IR_Prefiltered pf{};
-  Reduced(int32_t w, int32_t h, uint32_t seed) : src(w, h) {
+  Reduced(int32_t w, int32_t h, uint32_t seed) {
     std::mt19937 rng(seed);
-    for (int32_t y = 0; y < h; ++y)
-      for (int32_t x = 0; x < w; ++x) {
-        const bool inside = x > w / 5 && x < w * 4 / 5 && y > h / 4 && y < h * 3 / 4;
-        if (!inside || (x / 16 + y / 16) % 3 == 0) continue;  // transparent runs
-        const uint32_t a = (x / 8) % 2 ? 255 : rng() % 256;
-        const uint32_t b = rng() % (a + 1), g = rng() % (a + 1), r = rng() % (a + 1);
-        src.at(x, y) = Px(b, g, r, a);
-      }
+    src = Paint(w, h, [&](int32_t x, int32_t y) {
+      const bool inside = x > w / 5 && x < w * 4 / 5 && y > h / 4 && y < h * 3 / 4;
+      if (!inside || (x / 16 + y / 16) % 3 == 0) return kClear;  // transparent runs
+      const uint32_t a = (x / 8) % 2 ? 255 : rng() % 256;
+      const uint32_t b = rng() % (a + 1), g = rng() % (a + 1), r = rng() % (a + 1);
+      return Px(b, g, r, a);
+    });
     image.resize(IR_PrefilterSize(w, h, 4, 4));
     EXPECT_EQ(IR_Prefilter(src.base(), 4 * w, w, h, 4, 4, image.data(), image.size(), &pf), 0);
     spans.resize(size_t(pf.height) * 2);
@@ -289,20 +284,16 @@ TEST(IRExactPath, SameBytesAsResamplingForWholePixelPlacements) {
 TEST(IRExactPath, AlignedShiftPutsADisplacedImageOnWholePixels) {
   // 402 / 2 / 4 = 50.25 reduced pixels to the source point: displaced by 3/4 (12 of 16 steps)
   // it is whole. Turned, scaled other than 1 / factor, or without steps: not one to one.
-  struct Case {
-    float scale_x;
-    double rot;
-    int32_t steps, want;
-  } cases[] = {{0.25f, 0, 16, 1}, {0.25f, 30, 16, 0}, {0.24f, 0, 16, 0}, {0.25f, 0, 0, 0}};
-  for (const Case& c : cases) {
-    int32_t sx = -1, sy = -1;
-    EXPECT_EQ(IR_AlignedShift(402, 160, 4, 4, 240, 100, {0.5f, 0.5f}, {0.5f, 0.5f},
-                              {c.scale_x, 0.25f}, c.rot, c.steps, &sx, &sy),
-              c.want);
-    if (c.want) {
-      EXPECT_EQ(std::pair(sx, sy), std::pair(12, 0));
-    }
-  }
+  int32_t sx = -1, sy = -1;
+  auto shift = [&](float scale_x, double rot, int32_t steps) {
+    return IR_AlignedShift(402, 160, 4, 4, 240, 100, {0.5f, 0.5f}, {0.5f, 0.5f}, {scale_x, 0.25f},
+                           rot, steps, &sx, &sy);
+  };
+  ASSERT_EQ(shift(0.25f, 0, 16), 1);
+  EXPECT_EQ(std::pair(sx, sy), std::pair(12, 0));
+  EXPECT_EQ(shift(0.25f, 30, 16), 0);
+  EXPECT_EQ(shift(0.24f, 0, 16), 0);
+  EXPECT_EQ(shift(0.25f, 0, 0), 0);
 
   // A single opaque reduced pixel, declared displaced by half a pixel, with a placement half a
   // pixel off (15 / 4 = 3.75 reduced pixels to the centre): the one-to-one path puts it on

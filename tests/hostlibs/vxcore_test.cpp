@@ -80,7 +80,6 @@ TEST(MixHash, KnownDigestsStreamingAndRepeatedFinish) {
     h.MixInData(data.data() + pos, step);
     pos += step;
   }
-  ASSERT_EQ(pos, data.size());
   EXPECT_EQ(h.Length(), data.size());
   h.Finish(a);
   h.Finish(b);
@@ -99,7 +98,6 @@ TEST(RecycledMemory, BlocksAreReusedAndTrimmed) {
   {
     vxcore::RecycledMemory m(1'000'000);
     EXPECT_EQ(m.size(), 1'000'000u);
-    ASSERT_NE(m.data(), nullptr);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(m.data()) % 64, 0u);
     std::memset(m.data(), 0xAB, m.size());  // the whole size is writable
     first = m.data();
