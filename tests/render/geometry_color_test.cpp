@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <tuple>
 
 #include "render/color.h"
@@ -21,7 +20,7 @@ LayoutRecord Box(float l, float t, float r, float b, std::vector<float> strokes 
   return layout;
 }
 
-TEST(RasterGeometry, StrokeMarginOriginAndTruncation) {
+TEST(RasterGeometry, StrokeMarginOriginTruncationAndDamagedBlocks) {
   // Per layout: bw, bh, W, H, ox, oy.
   const std::pair<LayoutRecord, std::tuple<int32_t, int32_t, int32_t, int32_t, float, float>>
       cases[] = {
@@ -40,9 +39,7 @@ TEST(RasterGeometry, StrokeMarginOriginAndTruncation) {
   l.mCharacters[0].mBaselineShift = 12, l.mCharacters[1].mBaselineShift = 30;
   EXPECT_FLOAT_EQ(ComputeRasterGeometry(l).first_baseline_shift, 12.0f);
   EXPECT_FLOAT_EQ(FirstBaselineShift(LayoutRecord{}), 0.0f);
-}
-
-TEST(RasterGeometry, NothingToDrawForThinOrDamagedBlocks) {
+  // Nothing to draw for thin or damaged blocks.
   EXPECT_TRUE(ComputeRasterGeometry(Box(0, 0, 1, 1)).Drawable());
   for (const LayoutRecord& l : {Box(0, 0, 0.9f, 20), Box(0, 0, 100, 0.5f, {4}), LayoutRecord{},
                                 Box(100, 0, 0, 20), Box(0, 0, INFINITY, 20)})
@@ -68,9 +65,7 @@ TEST(RasterGeometry, AlignmentAnchorFollowsTheFirstRecord) {
   }
 }
 
-TEST(ColorToPixel, RecordPaintInBufferOrderClamped) {
-  PixelColor p = ColorToPixel(0, 255, 51, 0, kPixelFormatBGRA, 0.25f);
-  EXPECT_EQ(std::vector<float>(p.c, p.c + 4), (std::vector<float>{0.0f, 0.2f, 1.0f, 0.25f}));
+TEST(PaintForRecord, BytesInBufferOrderClamped) {
   CharacterRecord c;
   c.mFillRed = 1.0f, c.mFillGreen = 0.5f, c.mFillBlue = 0.0f;
   c.mStrokeRed = -1.0f, c.mStrokeGreen = NAN, c.mStrokeBlue = 2.0f;  // out of range: clamped
