@@ -13,10 +13,7 @@
 
 namespace {
 
-using dict_test::FromBinary;
-using dict_test::FromText;
-using dict_test::ToBinary;
-using dict_test::ToText;
+using namespace dict_test;
 using SLO::Value;
 
 // The header, then the bytes written in hexadecimal ("03 80 01").
@@ -71,25 +68,23 @@ TEST(BinaryForm, RandomTreesRoundTripThroughEveryForm) {
     SLO::WriteTree(built, tree);
     ASSERT_EQ(built.Take(), tree);
     ASSERT_EQ(FromBinary(ToBinary(tree)), tree);
-    const std::vector<uint8_t> text = ToText(tree, 5, i % 2 == 0);
-    ASSERT_EQ(FromText(text, 1 + i % 9), tree) << std::string(text.begin(), text.end());
+    const std::string text = ToText(tree, 5, i % 2 == 0);
+    ASSERT_EQ(FromText(text, 1 + i % 9), tree) << text;
   }
 }
 
 TEST(BinaryForm, ByteStringsReadBackAsStringsInEveryForm) {
   const uint8_t raw[] = {0, '(', 0xFF, 'z'};
   const Value expected = Value::String(std::u16string(u"\0(\u00FFz", 4));
-  std::vector<uint8_t> bin, text;
-  SLO::VectorSink bin_sink(bin), text_sink(text);
-  SLO::BinaryPDFWriter bw(bin_sink);
-  bw.WriteByteString(raw, sizeof raw);
-  SLO::TextPDFWriter tw(text_sink);
+  Sink bin, text;
+  SLO::BinaryPDFWriter(bin.sink).WriteByteString(raw, sizeof raw);
+  SLO::TextPDFWriter tw(text.sink);
   tw.BeginArray();
   tw.WriteByteString(raw, sizeof raw);
   tw.WriteHexString(raw, sizeof raw);
   tw.EndArray();
-  EXPECT_EQ(FromBinary(bin), expected);
-  EXPECT_EQ(FromText(text), Value::Array({expected, expected}));
+  EXPECT_EQ(FromBinary(bin.bytes), expected);
+  EXPECT_EQ(FromText(text.Str()), Value::Array({expected, expected}));
   SLO::TreeWriter tree;
   tree.WriteByteString(raw, sizeof raw);
   EXPECT_EQ(tree.Take(), expected);

@@ -5,26 +5,14 @@
 
 #include <cmath>
 #include <cstring>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "engine/document_dict.h"
 #include "engine/kte.h"
-#include "engine/slo_binary.h"
+#include "tree_gen.h"
 
 namespace {
-
-using SLO::Value;
-
-const Value& At(const Value& v, std::initializer_list<const char*> path) {
-  const Value* cur = &v;
-  for (const char* key : path) {
-    cur = cur->Find(key);
-    if (cur == nullptr) throw std::runtime_error(std::string("missing /") + key);
-  }
-  return *cur;
-}
 
 KTE::DocumentPtr Read(const std::vector<uint8_t>& bytes) {
   return KTE::ReadDocumentDictionary(bytes.data(), bytes.size());
@@ -44,53 +32,30 @@ KTE::DocumentPtr ThroughBinary(const KTE::Document& doc) {
   return Read(bytes);
 }
 
-// Random documents: many runs (some empty), non-ASCII text with surrogate pairs, several fonts,
-// boxes of any size. With `exact_in_text` every float is a multiple of 1/32, which the text form
-// at five places carries exactly; otherwise any finite float.
-KTE::DocumentPtr RandomDocument(std::mt19937& rng, bool exact_in_text) {
-  auto pick = [&](int lo, int hi) { return std::uniform_int_distribution<int>(lo, hi)(rng); };
-  auto real = [&]() -> float {
-    if (exact_in_text) return static_cast<float>(pick(-(1 << 24), 1 << 24)) / 32.0f;
-    float f;
-    do {
-      const uint32_t bits = static_cast<uint32_t>(rng());
-      std::memcpy(&f, &bits, sizeof f);
-    } while (!std::isfinite(f));
-    return f;
-  };
-  const std::u16string fonts[] = {u"Liberation Sans", u"DejaVu Serif",
-                                  u"\u6E38\u30B4\u30B7\u30C3\u30AF (x)", u""};
+// Random documents: many runs (some empty), any UTF-16 text, several fonts, boxes of any size,
+// finite reals (with a text-safe generator, ones that the text form carries exactly).
+KTE::DocumentPtr RandomDocument(dict_test::TreeGen& gen) {
+  const std::u16string fonts[] = {u"Liberation Sans", u"DejaVu Serif", u"\u6E38\u30B4 (x)", u""};
   auto doc = boost::make_shared<KTE::Document>();
-  doc->data.mVersion = pick(0, 3);
-  doc->data.mTextParam.mWidth = pick(0, 2) == 0 ? 0 : static_cast<int32_t>(rng());
-  doc->data.mTextParam.mHeight = pick(0, 2) == 0 ? 0 : pick(-5, 5000);
-  for (int r = pick(0, 40); r > 0; --r) {
+  vetext::TextParam& t = doc->data.mTextParam;
+  doc->data.mVersion = gen.Int(0, 3);
+  t.mWidth = gen.Int(0, 2) == 0 ? 0 : gen.Int(INT32_MIN, INT32_MAX);
+  t.mHeight = gen.Int(0, 2) == 0 ? 0 : gen.Int(-5, 5000);
+  for (int r = gen.Int(0, 40); r > 0; --r) {
     vetext::TextRun run;
-    for (int n = pick(0, 6); n > 0; --n) {
-      switch (pick(0, 3)) {
-        case 0:
-          run.mText += u"\U0001F600";
-          break;
-        case 1:
-          run.mText.push_back(static_cast<char16_t>(pick(0x4E00, 0x9FFF)));
-          break;
-        case 2:
-          run.mText.push_back(u"()\\\n\r\t "[pick(0, 6)]);
-          break;
-        default:
-          run.mText.push_back(static_cast<char16_t>(pick(0x20, 0x7E)));
-      }
-    }
+    run.mText = gen.String();
     vetext::StyleParam& s = run.mStyleParam;
-    s.mFontName = fonts[pick(0, 3)];
+    s.mFontName = fonts[gen.Int(0, 3)];
     for (float* f : {&s.mFontSize, &s.mFillRed, &s.mFillGreen, &s.mFillBlue, &s.mStrokeRed,
                      &s.mStrokeGreen, &s.mStrokeBlue, &s.mStrokeWidth, &s.mLeading, &s.mKerning,
-                     &s.mTracking, &s.mBaselineShift})
-      *f = real();
-    s.mAutoLeading = pick(0, 1) == 1;
-    s.mFillOverStroke = pick(0, 1) == 1;
-    run.mParaParam.mAlignment = pick(0, 4) == 0 ? static_cast<uint32_t>(rng()) : pick(0, 6);
-    doc->data.mTextParam.mTextRuns.push_back(std::move(run));
+                     &s.mTracking, &s.mBaselineShift}) {
+      do *f = gen.Real();
+      while (!std::isfinite(*f));
+    }
+    s.mAutoLeading = gen.Int(0, 1) == 1;
+    s.mFillOverStroke = gen.Int(0, 1) == 1;
+    run.mParaParam.mAlignment = gen.Int(0, 4) == 0 ? gen.Int(INT32_MIN, INT32_MAX) : gen.Int(0, 6);
+    t.mTextRuns.push_back(std::move(run));
   }
   return doc;
 }
@@ -103,74 +68,74 @@ TEST(DocumentDictionary, DefaultDocumentTreeAndBlockThroughEveryForm) {
     EXPECT_EQ(KTE::WriteDocument(*ThroughText(*doc, p, p % 2 == 0)), block) << p;
   }
   EXPECT_EQ(KTE::WriteDocument(*ThroughBinary(*doc)), block);
-
-  const Value tree = KTE::DocumentDictionary(*doc);
-  EXPECT_EQ(At(tree, {"Version"}), Value::Integer(1));
-  EXPECT_EQ(At(tree, {"EngineDict", "Editor", "Text"}), Value::String(u"TEXT Wgij"));
-  const Value& lengths = At(tree, {"EngineDict", "StyleRun", "RunLengthArray"});
-  EXPECT_EQ(lengths, Value::Array(std::vector<Value>(9, Value::Integer(1))));
-  EXPECT_EQ(At(tree, {"EngineDict", "ParagraphRun", "RunLengthArray"}), lengths);
-  const Value& styles = At(tree, {"EngineDict", "StyleRun", "RunArray"});
-  ASSERT_EQ(styles.array.size(), 9u);
-  const Value& data = At(styles.array[4], {"StyleSheet", "StyleSheetData"});
-  EXPECT_EQ(At(data, {"Font"}), Value::Integer(0));
-  EXPECT_EQ(At(data, {"FontSize"}), Value::Real(40.0f));
-  EXPECT_EQ(At(data, {"FillColor", "Values"}),
-            Value::Array({Value::Real(1), Value::Real(1), Value::Real(1), Value::Real(1)}));
-  EXPECT_EQ(At(data, {"StrokeFlag"}), Value::Boolean(false));
-  EXPECT_EQ(At(data, {"FillFirst"}), Value::Boolean(false));
-  const Value& paras = At(tree, {"EngineDict", "ParagraphRun", "RunArray"});
-  ASSERT_EQ(paras.array.size(), 9u);
-  EXPECT_EQ(At(paras.array[8], {"ParagraphSheet", "Properties", "Justification"}),
-            Value::Integer(2));
-  const Value& fonts = At(tree, {"ResourceDict", "FontSet"});
-  ASSERT_EQ(fonts.array.size(), 1u);
-  EXPECT_EQ(At(fonts.array[0], {"Name"}),
-            Value::String(doc->data.mTextParam.mTextRuns[0].mStyleParam.mFontName));
-  const Value& shape = At(tree, {"EngineDict", "Rendered", "Shapes", "Children"}).array.at(0);
-  EXPECT_EQ(At(shape, {"ShapeType"}), Value::Integer(0));
 }
 
-TEST(DocumentDictionary, BoxFontsAndDrawingOrderInTheTree) {
-  auto doc = boost::make_shared<KTE::Document>();
-  KTE::SetTextBox(doc->data, 640, 0);
+// Style keys of a run (font >= 0) or of the normal sheet (font < 0), the other values default.
+std::string StyleData(int font, bool stroke) {
+  return std::string("<< ") + (font >= 0 ? "/Font " + std::to_string(font) : "") +
+         " /FontSize 40.0 /FillColor << /Type 1 /Values [ 1.0 1.0 1.0 1.0 ] >> /StrokeColor"
+         " << /Type 1 /Values [ 1.0 1.0 1.0 1.0 ] >> /FillFlag true /StrokeFlag " +
+         (stroke ? "true /OutlineWidth 2.0" : "false /OutlineWidth 0.0") +
+         " /AutoLeading true /Leading 0.0 /Kerning 0.0 /Tracking 0.0 /BaselineShift 0.0"
+         " /FillFirst " +
+         (stroke ? "true" : "false") + " >>";
+}
+
+TEST(DocumentDictionary, TheWholeTreeOfABoxDocument) {
+  KTE::Document doc;
+  KTE::SetTextBox(doc.data, 640, 0);
   for (const char16_t* font : {u"B", u"A", u"B"}) {
     vetext::TextRun run;
-    run.mText = u"xy";
+    run.mText = font == std::u16string(u"A") ? u"yz" : u"x";
     run.mStyleParam.mFontName = font;
-    run.mStyleParam.mStrokeWidth = 2.0f;
-    run.mStyleParam.mFillOverStroke = false;
-    doc->data.mTextParam.mTextRuns.push_back(run);
+    doc.data.mTextParam.mTextRuns.push_back(run);
   }
-  const Value tree = KTE::DocumentDictionary(*doc);
-  const Value& shape = At(tree, {"EngineDict", "Rendered", "Shapes", "Children"}).array.at(0);
-  EXPECT_EQ(At(shape, {"ShapeType"}), Value::Integer(1));
-  EXPECT_EQ(At(shape, {"BoxBounds"}), Value::Array({Value::Integer(0), Value::Integer(0),
-                                                    Value::Integer(640), Value::Integer(0)}));
-  const Value& fonts = At(tree, {"ResourceDict", "FontSet"});
-  ASSERT_EQ(fonts.array.size(), 2u);  // each font once, in the order of first use
-  EXPECT_EQ(At(fonts.array[0], {"Name"}).string, u"B");
-  const Value& runs = At(tree, {"EngineDict", "StyleRun", "RunArray"});
-  EXPECT_EQ(At(runs.array[1], {"StyleSheet", "StyleSheetData", "Font"}), Value::Integer(1));
-  EXPECT_EQ(At(runs.array[2], {"StyleSheet", "StyleSheetData", "Font"}), Value::Integer(0));
-  const Value& data = At(runs.array[0], {"StyleSheet", "StyleSheetData"});
-  EXPECT_EQ(At(data, {"FillFirst"}), Value::Boolean(true));
-  EXPECT_EQ(At(data, {"StrokeFlag"}), Value::Boolean(true));
-  EXPECT_EQ(At(data, {"OutlineWidth"}), Value::Real(2.0f));
-  EXPECT_EQ(ThroughText(*doc)->data, doc->data);
+  auto& runs = doc.data.mTextParam.mTextRuns;
+  runs[0].mStyleParam.mStrokeWidth = 2.0f;
+  runs[0].mStyleParam.mFillOverStroke = false;
+  const std::string para =
+      "<< /ParagraphSheet << /DefaultStyleSheet 0 /Properties << /Justification 2 >> >> >>";
+  auto style = [](int font, bool stroke) {
+    return "<< /StyleSheet << /StyleSheetData " + StyleData(font, stroke) + " >> >>";
+  };
+  auto font = [](const char* name) {
+    return std::string("<< /Name (") + name + ") /Script 0 /FontType 1 /Synthetic 0 >>";
+  };
+  // Each font once, in the order of first use; the first run strokes and fills first.
+  const std::string expected =
+      "<< /Version 1 /EngineDict << /Editor << /Text <FEFF0078 0079007A 0078> >>"
+      " /ParagraphRun << /DefaultRunData << /ParagraphSheet << /DefaultStyleSheet 0"
+      "   /Properties << >> >> >> /RunArray [ " +
+      para + para + para +
+      " ] /RunLengthArray [ 1 2 1 ] /IsJoinable 1 >>"
+      " /StyleRun << /DefaultRunData << /StyleSheet << /StyleSheetData << >> >> >> /RunArray [ " +
+      style(0, true) + style(1, false) + style(0, false) +
+      " ] /RunLengthArray [ 1 2 1 ] /IsJoinable 2 >>"
+      " /Rendered << /Version 1 /Shapes << /WritingDirection 0 /Children [ << /ShapeType 1"
+      "   /Procession 0 /BoxBounds [ 0 0 640 0 ] >> ] >> >> >>"
+      " /ResourceDict << /FontSet [ " +
+      font("B") + font("A") +
+      " ] /StyleSheetSet [ << /Name"
+      "   <FEFF004E006F0072006D0061006C> /StyleSheetData " +
+      StyleData(-1, false) +
+      " >> ]"
+      " /ParagraphSheetSet [ << /Name <FEFF004E006F0072006D0061006C> /DefaultStyleSheet 0"
+      "   /Properties << /Justification 2 >> >> ] /TheNormalStyleSheet 0"
+      " /TheNormalParagraphSheet 0 >> >>";
+  EXPECT_EQ(KTE::DocumentDictionary(doc), dict_test::FromText(expected));
 }
 
 TEST(DocumentDictionary, RandomAndEmptyDocumentsRoundTrip) {
-  std::mt19937 rng(2024);
+  dict_test::TreeGen exact_gen(2024, /*text_safe=*/true), any_gen(2025, /*text_safe=*/false);
   for (int i = 0; i < 60; ++i) {
-    const KTE::DocumentPtr exact = RandomDocument(rng, /*exact_in_text=*/true);
+    const KTE::DocumentPtr exact = RandomDocument(exact_gen);
     const std::vector<uint8_t> block = KTE::WriteDocument(*exact);
     const KTE::DocumentPtr via_text = ThroughText(*exact, 5, i % 2 == 0);
     ASSERT_EQ(via_text->data, exact->data) << "document " << i;
     EXPECT_EQ(KTE::WriteDocument(*via_text), block);
     EXPECT_EQ(KTE::WriteDocument(*ThroughBinary(*exact)), block);
     // Any float survives the binary form.
-    const KTE::DocumentPtr any = RandomDocument(rng, /*exact_in_text=*/false);
+    const KTE::DocumentPtr any = RandomDocument(any_gen);
     ASSERT_EQ(ThroughBinary(*any)->data, any->data) << "document " << i;
   }
   const KTE::Document empty;

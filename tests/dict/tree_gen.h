@@ -6,6 +6,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "engine/slo_binary.h"
@@ -14,40 +15,37 @@
 
 namespace dict_test {
 
-inline std::vector<uint8_t> ToText(const SLO::Value& v, int precision = 5, bool line_mode = true) {
-  std::vector<uint8_t> out;
-  SLO::VectorSink sink(out);
-  SLO::TextPDFWriter w(sink, precision, line_mode);
+// Bytes a writer puts out.
+struct Sink {
+  std::string Str() const { return std::string(bytes.begin(), bytes.end()); }
+  std::vector<uint8_t> bytes;
+  SLO::VectorSink sink{bytes};
+};
+
+inline std::string ToText(const SLO::Value& v, int precision = 5, bool line_mode = true) {
+  Sink out;
+  SLO::TextPDFWriter w(out.sink, precision, line_mode);
   SLO::WriteTree(w, v);
-  return out;
+  return out.Str();
 }
 
-inline SLO::Value FromText(const std::vector<uint8_t>& bytes, size_t chunk = 4096) {
-  SLO::TextPDFReader r(bytes.data(), bytes.size(), chunk);
-  return r.Parse();
-}
-
-inline SLO::Value FromText(const std::string& s, size_t chunk = 4096) {
-  return FromText(std::vector<uint8_t>(s.begin(), s.end()), chunk);
+inline SLO::Value FromText(std::string_view text, size_t chunk = 4096) {
+  return SLO::TextPDFReader(reinterpret_cast<const uint8_t*>(text.data()), text.size(), chunk)
+      .Parse();
 }
 
 inline std::vector<uint8_t> ToBinary(const SLO::Value& v) {
-  std::vector<uint8_t> out;
-  SLO::VectorSink sink(out);
-  SLO::BinaryPDFWriter w(sink);
+  Sink out;
+  SLO::BinaryPDFWriter w(out.sink);
   SLO::WriteTree(w, v);
-  return out;
-}
-
-inline SLO::Value FromBinary(const uint8_t* data, size_t size) {
-  // A copy of exactly the bytes, so that any read past them is caught by the sanitizers.
-  std::unique_ptr<uint8_t[]> copy(new uint8_t[size + 1]);
-  if (size != 0) std::memcpy(copy.get(), data, size);
-  return SLO::BinaryPDFReader(copy.get(), size).Parse();
+  return out.bytes;
 }
 
 inline SLO::Value FromBinary(const std::vector<uint8_t>& bytes) {
-  return FromBinary(bytes.data(), bytes.size());
+  // A copy of exactly the bytes, so that any read past them is caught by the sanitizers.
+  std::unique_ptr<uint8_t[]> copy(new uint8_t[bytes.size() + 1]);
+  if (!bytes.empty()) std::memcpy(copy.get(), bytes.data(), bytes.size());
+  return SLO::BinaryPDFReader(copy.get(), bytes.size()).Parse();
 }
 
 // Random trees. With `text_safe`, reals are multiples of 1/32 below 2^20 (exact at five places)
