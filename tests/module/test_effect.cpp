@@ -1,4 +1,6 @@
-// The built module, loaded and driven by the reference host.
+// The module's commands: the handlers driven in-process on the reference host's callbacks
+// (document data, overlay events, the GPU filter entry, ignored commands), then the built module
+// loaded and driven by the host.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -6,11 +8,228 @@
 #include <set>
 #include <string>
 
+#include "effect/lifecycle.h"
 #include "engine/kte.h"
 #include "host_helpers.h"
+#include "overlay/events.h"
 #include "vetext/host/host.h"
 
 namespace {
+
+const VxHandle kStale = reinterpret_cast<VxHandle>(0x1);  // a result slot not yet written
+const std::vector<uint8_t> kBlock = {6, 0, 0, 0, 0, 0, 0, 0, '{', 0, '}', 0, 0xFF, 0xFE};
+
+// The reference host's handle callbacks, with its counters and allocation failure switch.
+struct Handlers : testing::Test {
+  vxhost::Host host;
+  const UtilCallbacks& u = *host.utils();
+  InputRecord in{&u};
+  OutputRecord out{};
+  ArbRequestRecord last{};  // the last document-data request as the handler left it
+
+  int64_t Live() { return host.stats().live_handles.load(); }
+  void NoMemory(bool on) {
+    host.faults().fail_alloc_after = on ? host.stats().handles_allocated.load() : -1;
+  }
+  VxHandle HandleOf(const std::vector<uint8_t>& bytes) {
+    VxHandle h = u.new_handle(bytes.size());
+    std::copy(bytes.begin(), bytes.end(), static_cast<uint8_t*>(*h));
+    return h;
+  }
+  std::vector<uint8_t> BytesOf(VxHandle h) {
+    const auto* p = static_cast<const uint8_t*>(*h);
+    return {p, p + u.get_handle_size(h)};
+  }
+  VxStatus Run(EffectCommand cmd, ExtraRecord* extra = nullptr) {
+    return vetext::Dispatch(cmd, &in, &out, nullptr, nullptr, extra);
+  }
+  // One document-data request.
+  using Request = decltype(ArbRequestRecord::u);
+  VxStatus Arb(int32_t selector, uint64_t refcon, Request request) {
+    ExtraRecord extra{};
+    extra.arb = {selector, 0, refcon, request};
+    const VxStatus st = Run(kCmdArbitraryCallback, &extra);
+    last = extra.arb;
+    return st;
+  }
+};
+
+TEST_F(Handlers, RequestsThatMakeAValue) {
+  // What the result slot receives: the value's bytes in new memory, an empty handle, null, or
+  // nothing at all.
+  enum Result { kBytes, kEmpty, kNull, kUntouched };
+  const struct {
+    int32_t selector;
+    uint64_t refcon;
+    bool empty_value, no_memory;
+    VxStatus status;
+    Result result;
+  } kCases[] = {
+      // Create honours the constant, but a foreign parameter still gets its empty value.
+      {kArbNew, 1, false, false, kStatusOk, kEmpty},
+      {kArbNew, 2, false, false, kStatusOk, kEmpty},
+      {kArbNew, 3, false, false, kStatusStructDamaged, kEmpty},
+      {kArbNew, 2, false, true, kStatusOutOfMemory, kNull},
+      {kArbCopy, 1, false, false, kStatusOk, kBytes},
+      {kArbCopy, 9, false, false, kStatusOk, kUntouched},  // a foreign copy succeeds
+      {kArbCopy, 2, false, true, kStatusOutOfMemory, kNull},
+      {kArbUnflatten, 77, false, false, kStatusOk, kBytes},  // ignores the constant
+      {kArbUnflatten, 77, false, true, kStatusOutOfMemory, kNull},
+      // A text document holds its value until the next keyframe: the earlier one.
+      {kArbInterpolate, 2, false, false, kStatusOk, kBytes},
+      {kArbInterpolate, 2, true, false, kStatusOk, kUntouched},
+      {kArbInterpolate, 2, false, true, kStatusOk, kNull},
+      // Compare, print and unknown selectors do nothing.
+      {kArbCompare, 2, false, false, kStatusOk, kUntouched},
+      {kArbPrint, 2, false, false, kStatusOk, kUntouched},
+      {100, 2, false, false, kStatusOk, kUntouched},
+      {-1, 2, false, false, kStatusOk, kUntouched},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(testing::Message() << c.selector << " " << c.refcon << " " << c.no_memory);
+    const std::vector<uint8_t> bytes = c.empty_value ? std::vector<uint8_t>{} : kBlock;
+    VxHandle value = HandleOf(bytes), later = HandleOf({9, 9}), result = kStale;
+    NoMemory(c.no_memory);
+    const Request request =
+        c.selector == kArbNew    ? Request{.create = {&result}}
+        : c.selector == kArbCopy ? Request{.copy = {value, &result}}
+        : c.selector == kArbUnflatten
+            ? Request{.unflatten = {uint32_t(bytes.size()), 0, bytes.data(), &result}}
+            : Request{.interpolate = {value, later, 0.5, &result}};
+    EXPECT_EQ(Arb(c.selector, c.refcon, request), c.status);
+    NoMemory(false);
+    EXPECT_EQ(result == kStale, c.result == kUntouched);
+    EXPECT_EQ(result == nullptr, c.result == kNull);
+    if (result != nullptr && result != kStale) {
+      EXPECT_EQ(BytesOf(result), c.result == kBytes ? bytes : std::vector<uint8_t>{});
+      EXPECT_NE(*result, *value);
+      u.dispose_handle(result);
+    }
+    for (VxHandle h : {value, later}) u.dispose_handle(h);
+  }
+  EXPECT_EQ(Live(), 0);
+}
+
+TEST_F(Handlers, DisposeSizeAndFlatten) {
+  // Dispose honours the constant: a foreign value is left alone.
+  VxHandle value = HandleOf(kBlock);
+  EXPECT_EQ(Arb(kArbDispose, 3, {.dispose = {value}}), kStatusStructDamaged);
+  EXPECT_EQ(Live(), 1);
+  // Size and flatten ignore the constant; flatten copies what both the value and the buffer
+  // hold, and nothing past it.
+  uint32_t size = 0;
+  EXPECT_EQ(Arb(kArbFlatSize, 77, {.flat_size = {value, &size}}), kStatusOk);
+  EXPECT_EQ(size, kBlock.size());
+  for (uint32_t buf_size : {size - 4, size, 64u}) {
+    std::vector<uint8_t> flat(65, 0xAA);
+    EXPECT_EQ(Arb(kArbFlatten, 7, {.flatten = {value, buf_size, 0, flat.data()}}), kStatusOk);
+    const size_t n = std::min<size_t>(buf_size, kBlock.size());
+    EXPECT_TRUE(std::equal(kBlock.begin(), kBlock.begin() + n, flat.begin())) << buf_size;
+    EXPECT_EQ(flat[n], 0xAA) << buf_size;
+  }
+  EXPECT_EQ(Arb(kArbDispose, 2, {.dispose = {value}}), kStatusOk);
+  EXPECT_EQ(last.u.dispose.handle, nullptr);
+  EXPECT_EQ(Live(), 0);
+}
+
+TEST_F(Handlers, IgnoredCommandsReadNothing) {
+  for (EffectCommand cmd :
+       {0u, 2u, 6u, 7u, 9u, 10u, 12u, 16u, 17u, 18u, 19u, 20u, 21u, 23u, 0xFFFFFFFFu}) {
+    EXPECT_EQ(vetext::Dispatch(cmd, nullptr, nullptr, nullptr, nullptr, nullptr), kStatusOk) << cmd;
+  }
+  // Out-of-range codes leave the records exactly as they were.
+  std::memset(&out, 0x5A, sizeof out);
+  const OutputRecord before = out;
+  EXPECT_EQ(Run(23), kStatusOk);
+  EXPECT_EQ(std::memcmp(&out, &before, sizeof before), 0);
+}
+
+TEST_F(Handlers, SequenceHandles) {
+  EXPECT_EQ(Run(kCmdSequenceSetup), kStatusOk);
+  ASSERT_NE(out.sequence_data, nullptr);
+  EXPECT_EQ(u.get_handle_size(out.sequence_data), 1u);
+  in.sequence_data = out.sequence_data;
+  EXPECT_EQ(Run(kCmdSequenceSetdown), kStatusOk);
+  EXPECT_EQ(Live(), 0);
+  in.sequence_data = nullptr;  // null: nothing is called
+  EXPECT_EQ(Run(kCmdSequenceSetdown), kStatusOk);
+  NoMemory(true);
+  out.sequence_data = kStale;
+  EXPECT_EQ(Run(kCmdSequenceSetup), kStatusStructDamaged);
+  EXPECT_EQ(out.sequence_data, nullptr);
+}
+
+TEST(Overlay, EventRoutingAndGates) {
+  constexpr int32_t kAny = -1, kSent = 5;  // handled: not looked at, as sent
+  const int64_t kBefore = 123, kClicked = vetext::PackPoint(-14, 70);
+  // Window 0 is the program viewer. Every event is sent at (-7, 30) with cursor 44 and handled 5.
+  const struct {
+    int32_t window, type, param;
+    bool drag, editing;
+    int32_t type_after, handled, cursor;
+    bool editing_after;
+    int64_t click;
+  } kCases[] = {
+      {0, kEventActivate, 1, false, true, kEventActivate, kSent, 44, false, kBefore},
+      // A click on the Source Text stops editing and keeps the point in layer pixels.
+      {0, kEventClick, 1, false, true, kEventClick, kAny, 44, false, kClicked},
+      {0, kEventClick, 1, true, true, kEventDrag, kSent, 44, true, kBefore},  // not a click
+      {1, kEventClick, 1, false, true, kEventClick, kSent, 44, true, kBefore},
+      // Draws are consumed in the viewer only; adjust-cursor everywhere, clearing in the viewer.
+      {0, kEventDraw, 1, false, true, kEventDraw, 1, 44, true, kBefore},
+      {0, kEventDraw, 7, false, false, kEventDraw, 1, 44, false, kBefore},
+      {2, kEventDraw, 1, false, false, kEventDraw, kSent, 44, false, kBefore},
+      {0, kEventAdjustCursor, 1, false, false, kEventAdjustCursor, 1, 0, false, kBefore},
+      {0, kEventAdjustCursor, 2, false, true, kEventAdjustCursor, 1, 0, true, kBefore},
+      {3, kEventAdjustCursor, 2, false, false, kEventAdjustCursor, 1, 44, false, kBefore},
+      {0, 6, 2, false, false, 6, kSent, 44, false, kBefore},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(testing::Message() << c.window << " " << c.type << " " << c.param);
+    EventContext ctx{nullptr, c.window, 0};
+    EventContext* ctx_ptr = &ctx;
+    EventCallbacks callbacks{};
+    callbacks.viewer_to_layer = [](void*, VxFixed* x, VxFixed* y) -> VxStatus {
+      *x *= 2, *y = *y * 2 + (10 << 16);  // a viewer at half size, 10 pixels down
+      return 0;
+    };
+    ExtraRecord extra{};
+    EventRecord& ev = extra.event;
+    ev = {&ctx_ptr, c.type, -7, 30, c.drag, {}, c.param, 44, kSent, &callbacks};
+    vetext::SetEditingFlag(c.editing);
+    vetext::SetLastClickPoint(kBefore);
+    EXPECT_EQ(vetext::Dispatch(kCmdEvent, nullptr, nullptr, nullptr, nullptr, &extra), kStatusOk);
+    EXPECT_EQ(ev.event_type, c.type_after);
+    EXPECT_TRUE(c.handled == kAny || ev.handled == c.handled) << ev.handled;
+    EXPECT_EQ(ev.cursor, c.cursor);
+    EXPECT_EQ(vetext::EditingFlag(), c.editing_after);
+    EXPECT_EQ(vetext::LastClickPoint(), c.click);
+  }
+  vetext::SetEditingFlag(false);
+
+  const int32_t expected[14] = {0, 25, 27, 27, 25, 24, 24, 26, 26, 35, 29, 33, 31, 0};
+  for (int32_t zone = 0; zone <= 13; ++zone) EXPECT_EQ(vetext::CursorForZone(zone), expected[zone]);
+}
+
+TEST(GPUFilterEntry, EnumeratesExactlyOneFilter) {
+  // startup, index asked -> status, index after (-1 asks for the first filter). Only a startup
+  // fills the functions; only a filter found fills the information.
+  const int32_t kCases[][4] = {
+      {1, -1, kGPUOk, 0}, {1, 0, kGPUOk, 0}, {1, 1, kErrNoMoreFilters, 1}, {0, -1, kGPUOk, -1}};
+  const GPUFilterInfo filter{2, {}};
+  for (const auto& [startup, asked, status, after] : kCases) {
+    GPUFilterFunctions fns{};
+    GPUFilterInfo info;
+    std::memset(&info, 0x77, sizeof info);
+    int32_t index = asked;
+    EXPECT_EQ(vetext::GPUFilterEntry(0, &index, uint32_t(startup), 0, &fns, &info), status);
+    EXPECT_EQ(index, after) << startup << " " << asked;
+    EXPECT_EQ(fns.create_instance != nullptr && fns.render != nullptr, startup == 1);
+    EXPECT_EQ(std::memcmp(&info, &filter, sizeof info) == 0, startup == 1 && status == kGPUOk);
+  }
+}
+
+// ---- the built module ----
 
 [[maybe_unused]] const int kFontConfig =
     (setenv("FONTCONFIG_FILE", VETEXT_SOURCE_DIR "/fonts/fonts.conf", 0), 0);
