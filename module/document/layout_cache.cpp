@@ -13,6 +13,7 @@
 #include "document/layout_json.h"
 #include "effect/suites.h"
 #include "engine/kte.h"
+#include "params/params.h"
 #include "vetext/suites.h"
 #include "vetext/vxcore.h"
 
@@ -21,7 +22,6 @@ namespace {
 
 constexpr char kKeySalt[] = "KTEDocument";
 constexpr size_t kKeySaltLength = sizeof(kKeySalt) - 1;
-constexpr int32_t kSourceTextIndex = 1;
 
 // Constructed at load, destroyed at unload.
 vxcore::RecursiveMutex g_composition_mutex;
@@ -189,9 +189,9 @@ void BuildTextLayout(const uint8_t* block, size_t size, LayoutRecord& out, Input
 VxStatus GetLayoutFromParam(InputRecord* in, OutputRecord* out_record, ParamList* params,
                             LayoutRecord& out) {
   if (in == nullptr || in->utils == nullptr || params == nullptr || params->params == nullptr ||
-      params->count <= kSourceTextIndex || params->params[kSourceTextIndex] == nullptr)
+      params->count <= kParamSourceText || params->params[kParamSourceText] == nullptr)
     return kStatusStructDamaged;
-  VxHandle handle = params->params[kSourceTextIndex]->u.arb_d.value;
+  VxHandle handle = params->params[kParamSourceText]->u.arb_d.value;
   if (handle == nullptr || *handle == nullptr) return kStatusStructDamaged;
   uint64_t size = in->utils->get_handle_size(handle);
   if (size == 0) return kStatusStructDamaged;

@@ -61,7 +61,7 @@ const int64_t g_token_seed = static_cast<int64_t>(reinterpret_cast<intptr_t>(&g_
 
 }  // namespace
 
-const char* const kEffectNameKey = "$$$/MediaHub/VEFilters/Graphics/VEText/Name=Text";
+const char* const kEffectNameKey = VETEXT_EFFECT_NAME_KEY;
 
 LabelTable* GetLabelTable() {
   return &g_table;

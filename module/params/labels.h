@@ -27,7 +27,8 @@ enum LabelIndex : int32_t {
 
 // The table handed to the host at global setup: 41 keys plus the terminator (count 42).
 LabelTable* GetLabelTable();
-// The display name resource of the effect ("Text").
+// The display name resource of the effect ("Text"); the module's info note carries it too.
+#define VETEXT_EFFECT_NAME_KEY "$$$/MediaHub/VEFilters/Graphics/VEText/Name=Text"
 extern const char* const kEffectNameKey;
 
 // The module-wide seed of the registration token: the table's address, never assigned after load.

@@ -139,6 +139,26 @@ VxStatus ParamsSetup(InputRecord* in, OutputRecord* out, ParamList*, OutputLayer
   return kStatusOk;
 }
 
+bool ReadTransform(const ParamList* params, TransformValues* t) {
+  if (params == nullptr || params->params == nullptr || params->count <= kParamAnchorPoint)
+    return false;
+  for (int32_t i = kParamPosition; i <= kParamAnchorPoint; ++i)
+    if (params->params[i] == nullptr) return false;
+  const ParamDef* const* p = params->params;
+  t->position_x = FixedToFloat(p[kParamPosition]->u.td.x_value);
+  t->position_y = FixedToFloat(p[kParamPosition]->u.td.y_value);
+  // Percentages: the division by 100 is made in double on the single value and rounded back.
+  t->scale_y = float(double(FixedToFloat(p[kParamScale]->u.fd.value)) / 100.0);
+  t->scale_x = p[kParamUniformScale]->u.bd.value != 0
+                   ? t->scale_y
+                   : float(double(FixedToFloat(p[kParamHorizontalScale]->u.fd.value)) / 100.0);
+  t->rotation = FixedToFloat(p[kParamRotation]->u.ad.value);
+  t->opacity = FixedToFloat(p[kParamOpacity]->u.fd.value) / 100.0f;
+  t->anchor_x = FixedToFloat(p[kParamAnchorPoint]->u.td.x_value);
+  t->anchor_y = FixedToFloat(p[kParamAnchorPoint]->u.td.y_value);
+  return true;
+}
+
 VxStatus UserChangedParam(InputRecord* in, OutputRecord* out, ParamList*, OutputLayer*,
                           ExtraRecord*) {
   // Only confirms that the host can update controls; no Transform edit touches the document.

@@ -22,6 +22,32 @@ enum ParamIndex : int32_t {
   kParamCount = 11
 };
 
+// The GPU filter numbers the same parameters without the input layer.
+constexpr int32_t GpuParamIndex(ParamIndex index) {
+  return int32_t(index) - 1;
+}
+
+// A 16.16 fixed-point parameter value as the render uses it: scaled in double precision, then
+// rounded to single.
+inline float FixedToFloat(VxFixed v) {
+  return float(double(v) * 1.52587890625e-5);
+}
+
+// The Transform group's values in the units the placement works in. Every reader of the
+// parameters (the CPU render, the GPU path, the overlay) fills one of these and hands it to
+// PlaceText (render/geometry.h), so they cannot disagree on where the text goes.
+struct TransformValues {
+  float position_x = 0, position_y = 0;  // layer pixels, as the host gives them
+  float scale_x = 1, scale_y = 1;        // fractions (1 = 100 %), Uniform Scale applied
+  float rotation = 0;                    // degrees, clockwise on screen
+  float opacity = 1;                     // 0 to 1
+  float anchor_x = 0, anchor_y = 0;      // layer pixels
+};
+
+// Reads the Transform group from the records of a render or event call. Returns false, leaving
+// *t alone, when the list is too short or a record is missing.
+bool ReadTransform(const ParamList* params, TransformValues* t);
+
 // The Source Text parameter's reference constant and those the document handler accepts.
 constexpr uint64_t kSourceTextRefcon = 2;
 inline bool IsOwnRefcon(uint64_t refcon) {

@@ -68,4 +68,26 @@ int64_t RasterBufferBytes(const RasterGeometry& g) {
   return bytes;
 }
 
+TextPlacement PlaceText(const RasterGeometry& g, const TransformValues& t, const FrameInfo& frame) {
+  const float px = t.position_x;
+  float py = frame.bottom_up ? t.position_y : -t.position_y;
+  const float syd = float(double(t.scale_y) * frame.downsample_y);
+  py = py - g.first_baseline_shift * syd;
+  TextPlacement p;
+  p.scale.y = syd / g.oversampling;
+  p.scale.x = float(double(float(double(t.scale_x) * frame.downsample_x) / g.oversampling) *
+                    frame.inverse_par);
+  // Normalised so that the anchor point maps onto itself: up to rounding dst is the anchor
+  // point over the frame size, and src the alignment fractions plus the anchor's offset.
+  const float W = float(g.W), H = float(g.H);
+  const float u = (t.anchor_x - px) / (W * p.scale.x);
+  const float v = (t.anchor_y - py) / (H * p.scale.y);
+  p.dst = {(u * W * p.scale.x + px) / float(frame.width),
+           (v * H * p.scale.y + py) / float(frame.height)};
+  p.src = {u + g.ax, v + g.ay};
+  p.rotation = frame.bottom_up ? -t.rotation : t.rotation;
+  p.opacity = t.opacity;
+  return p;
+}
+
 }  // namespace vetext

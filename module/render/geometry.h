@@ -6,6 +6,8 @@
 #include <cstdint>
 
 #include "document/records.h"
+#include "params/params.h"
+#include "vetext/image_renderer.h"
 
 namespace vetext {
 
@@ -37,5 +39,30 @@ RasterGeometry ComputeRasterGeometry(const LayoutRecord& layout);
 // The buffer's byte size (4 bytes a pixel, rows packed), or -1 when it is not representable or
 // beyond what one frame buffer may reasonably take.
 int64_t RasterBufferBytes(const RasterGeometry& g);
+
+// The frame a text is placed on: its size, row order, and how it is shown (downsample factors,
+// inverse pixel aspect ratio).
+struct FrameInfo {
+  int32_t width = 0, height = 0;  // pixels
+  bool bottom_up = false;         // rows stored bottom-up (negative stride)
+  double downsample_x = 1, downsample_y = 1;
+  double inverse_par = 1;  // pixel aspect denominator / numerator
+};
+
+// Where the compositor puts the text buffer: `src` (fractions of the buffer) lands on `dst`
+// (fractions of the frame), the buffer is scaled by `scale` (frame pixels per buffer pixel) and
+// turned by `rotation` degrees about that point, then blended at `opacity`.
+struct TextPlacement {
+  IR_Point dst{0, 0}, src{0, 0}, scale{0, 0};
+  float rotation = 0;
+  float opacity = 1;
+};
+
+// The one placement of a text buffer of geometry `g` on `frame` under the transform `t`: the
+// alignment point goes to Position (less the first baseline shift), and scale and rotation act
+// about Anchor Point. The sign rules make one formula serve both row orders: a top-down frame
+// negates the position's y, a bottom-up one the rotation. Single precision wherever an operand
+// is single, in this order, so every caller gets the same bits.
+TextPlacement PlaceText(const RasterGeometry& g, const TransformValues& t, const FrameInfo& frame);
 
 }  // namespace vetext

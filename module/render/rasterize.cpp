@@ -24,9 +24,13 @@ inline uint32_t Div255(uint32_t x) {
   return (x + (x >> 8)) >> 8;
 }
 
+// A record's glyph where it lands in a W x H buffer: the full (4x) mask and its top-left pixel.
 struct Placed {
+  const CharacterRecord* record = nullptr;
   std::shared_ptr<const GlyphMask> mask;
   int32_t x = 0, y = 0;  // the mask's top-left pixel in the unflipped buffer
+  int phase_x = 0, phase_y = 0;
+  float stroke = 0;  // the stroke width asked of the mask, 0 for none
   GlyphPaint paint;
   bool fill_first = false;
 };
@@ -89,6 +93,34 @@ bool SplitOrigin(const CharacterRecord& c, float ox, float oy, int64_t* ix, int6
   *phase_x = int(int64_t(qx) - *ix * kGlyphPhases);
   *phase_y = int(int64_t(qy) - *iy * kGlyphPhases);
   return true;
+}
+
+// Every record's glyph placed in a W x H buffer, in record order. Glyphs whose font or outline
+// cannot be had, or that fall wholly outside the buffer, are left out; *clipped tells whether a
+// placed glyph reaches past an edge.
+std::vector<Placed> PlaceGlyphs(const LayoutRecord& layout, int32_t W, int32_t H, float ox,
+                                float oy, uint32_t pixel_format, bool* clipped) {
+  std::vector<Placed> placed;
+  placed.reserve(layout.mCharacters.size());
+  *clipped = false;
+  for (const CharacterRecord& c : layout.mCharacters) {
+    int64_t ix, iy;
+    Placed p;
+    if (!SplitOrigin(c, ox, oy, &ix, &iy, &p.phase_x, &p.phase_y)) continue;
+    p.stroke = c.mStrokeWidth > 0.0f ? c.mStrokeWidth : 0.0f;
+    p.mask = GetGlyphMask(c.mFontName, c.mGlyphID, c.mFontSize, p.stroke, p.phase_x, p.phase_y);
+    if (!p.mask) continue;
+    const int64_t x = ix + p.mask->left, y = iy + p.mask->top;
+    if (x >= W || y >= H || x + p.mask->width <= 0 || y + p.mask->height <= 0) continue;
+    if (x < 0 || y < 0 || x + p.mask->width > W || y + p.mask->height > H) *clipped = true;
+    p.record = &c;
+    p.x = int32_t(x);
+    p.y = int32_t(y);
+    p.paint = PaintForRecord(c, pixel_format);
+    p.fill_first = c.mFillFirst;
+    placed.push_back(std::move(p));
+  }
+  return placed;
 }
 
 // One row of a reduced glyph over the reduced image: colour = top T + bottom B (both
@@ -174,25 +206,8 @@ void RasterizeLayout(const LayoutRecord& layout, uint8_t* buf, int32_t row_bytes
 void RasterizeLayout(const LayoutRecord& layout, uint8_t* buf, int32_t row_bytes, bool gpu_variant,
                      int32_t W, int32_t H, float ox, float oy, uint32_t pixel_format) {
   if (buf == nullptr || W <= 0 || H <= 0) return;
-  std::vector<Placed> placed;
-  placed.reserve(layout.mCharacters.size());
-  for (const CharacterRecord& c : layout.mCharacters) {
-    int64_t ix, iy;
-    int phase_x, phase_y;
-    if (!SplitOrigin(c, ox, oy, &ix, &iy, &phase_x, &phase_y)) continue;
-    float stroke = c.mStrokeWidth > 0.0f ? c.mStrokeWidth : 0.0f;
-    auto mask = GetGlyphMask(c.mFontName, c.mGlyphID, c.mFontSize, stroke, phase_x, phase_y);
-    if (!mask) continue;
-    int64_t x = ix + mask->left, y = iy + mask->top;
-    if (x >= W || y >= H || x + mask->width <= 0 || y + mask->height <= 0) continue;
-    Placed p;
-    p.mask = std::move(mask);
-    p.x = int32_t(x);
-    p.y = int32_t(y);
-    p.paint = PaintForRecord(c, pixel_format);
-    p.fill_first = c.mFillFirst;
-    placed.push_back(std::move(p));
-  }
+  bool clipped;  // the literal picture simply clips at the edges
+  const std::vector<Placed> placed = PlaceGlyphs(layout, W, H, ox, oy, pixel_format, &clipped);
   if (placed.empty()) return;
   if (int64_t(W) * H < kRasterizeParallelPixels || H < 2) {
     BlendBand(placed, buf, row_bytes, W, H, gpu_variant, 0, H);
@@ -240,32 +255,26 @@ bool RasterizeLayoutReduced(const LayoutRecord& layout, int32_t W, int32_t H, fl
     int32_t x, y;  // top-left pixel of the reduced mask in the bordered image
     uint8_t top[4], bot[4];
   };
+  // The full masks' placement decides each glyph's block phase and whether it fits: the literal
+  // picture clips a glyph at the buffer's edge, a reduced glyph cannot be.
+  bool clipped;
+  const std::vector<Placed> placed = PlaceGlyphs(layout, W, H, ox, oy, pixel_format, &clipped);
+  if (clipped) return false;
   std::vector<Item> items;
-  items.reserve(layout.mCharacters.size());
-  for (const CharacterRecord& c : layout.mCharacters) {
-    int64_t ix, iy;
-    int phase_x, phase_y;
-    if (!SplitOrigin(c, ox, oy, &ix, &iy, &phase_x, &phase_y)) continue;
-    float stroke = c.mStrokeWidth > 0.0f ? c.mStrokeWidth : 0.0f;
-    // The full mask's placement decides the block phase and whether it fits.
-    auto full = GetGlyphMask(c.mFontName, c.mGlyphID, c.mFontSize, stroke, phase_x, phase_y);
-    if (!full) continue;
-    int64_t x = ix + full->left, y = iy + full->top;
-    if (x >= W || y >= H || x + full->width <= 0 || y + full->height <= 0) continue;
-    // The literal picture clips a glyph at the buffer's edge; a reduced glyph cannot be.
-    if (x < 0 || y < 0 || x + full->width > W || y + full->height > H) return false;
-    const bool stroked = !full->stroke.empty();
-    auto mask = GetReducedGlyphMask(c.mFontName, c.mGlyphID, c.mFontSize, stroke, phase_x, phase_y,
-                                    int(x & 3), int(y & 3), stroked && c.mFillFirst);
+  items.reserve(placed.size());
+  for (const Placed& p : placed) {
+    const CharacterRecord& c = *p.record;
+    const bool stroked = !p.mask->stroke.empty();
+    auto mask = GetReducedGlyphMask(c.mFontName, c.mGlyphID, c.mFontSize, p.stroke, p.phase_x,
+                                    p.phase_y, p.x & 3, p.y & 3, stroked && p.fill_first);
     if (!mask) continue;
     Item it;
     it.mask = std::move(mask);
-    it.x = int32_t(x >> 2) + 1;
-    it.y = int32_t(y >> 2) + 1;
-    GlyphPaint paint = PaintForRecord(c, pixel_format);
-    const uint8_t* tc = paint.fill;
-    const uint8_t* bc = paint.stroke;
-    if (stroked && c.mFillFirst) std::swap(tc, bc);
+    it.x = (p.x >> 2) + 1;
+    it.y = (p.y >> 2) + 1;
+    const uint8_t* tc = p.paint.fill;
+    const uint8_t* bc = p.paint.stroke;
+    if (stroked && p.fill_first) std::swap(tc, bc);
     for (int k = 0; k < 3; ++k) it.top[k] = tc[k], it.bot[k] = bc[k];
     it.top[3] = it.bot[3] = 255;
     items.push_back(std::move(it));
