@@ -1,11 +1,68 @@
 // A loaded module: global setup and setdown, parameter setup, instances.
 #include <dlfcn.h>
+#include <link.h>
 
 #include <cstring>
 
 #include "host_impl.h"
+#include "vetext/module_info.h"
 
 namespace vxhost {
+namespace {
+
+struct InfoSearch {
+  ElfW(Addr) base = 0;
+  std::string desc;
+};
+
+// Finds the module's info note among the PT_NOTE segments of the object loaded at `base`. The
+// segments are mapped, so the notes are read in place, each bounded by its segment.
+int FindInfoNote(dl_phdr_info* info, size_t, void* arg) {
+  auto* search = static_cast<InfoSearch*>(arg);
+  if (info->dlpi_addr != search->base) return 0;
+  for (ElfW(Half) i = 0; i < info->dlpi_phnum; ++i) {
+    const ElfW(Phdr)& ph = info->dlpi_phdr[i];
+    if (ph.p_type != PT_NOTE) continue;
+    const auto* p = reinterpret_cast<const uint8_t*>(info->dlpi_addr + ph.p_vaddr);
+    uint64_t left = ph.p_memsz;
+    while (left >= 12) {
+      uint32_t hdr[3];  // name size, descriptor size, type
+      std::memcpy(hdr, p, sizeof hdr);
+      const uint64_t name_len = (uint64_t(hdr[0]) + 3) & ~uint64_t(3);
+      const uint64_t desc_len = (uint64_t(hdr[1]) + 3) & ~uint64_t(3);
+      if (name_len + desc_len > left - 12) break;
+      const char* name = reinterpret_cast<const char*>(p + 12);
+      if (hdr[2] == kModuleInfoNoteType && hdr[0] == sizeof kModuleInfoNoteOwner &&
+          std::memcmp(name, kModuleInfoNoteOwner, sizeof kModuleInfoNoteOwner) == 0) {
+        search->desc.assign(name + name_len, hdr[1]);
+        return 1;
+      }
+      p += 12 + name_len + desc_len;
+      left -= 12 + name_len + desc_len;
+    }
+  }
+  return 1;
+}
+
+}  // namespace
+
+std::string Module::Info(const std::string& key) const {
+  link_map* map = nullptr;
+  if (dlinfo(impl_->library, RTLD_DI_LINKMAP, &map) != 0 || map == nullptr) return "";
+  InfoSearch search;
+  search.base = map->l_addr;
+  dl_iterate_phdr(&FindInfoNote, &search);
+  // "key=value" entries, each ended by a zero (the last one may end with the descriptor).
+  const std::string& d = search.desc;
+  for (size_t at = 0; at < d.size();) {
+    size_t end = d.find('\0', at);
+    if (end == std::string::npos) end = d.size();
+    if (end - at > key.size() && d.compare(at, key.size(), key) == 0 && d[at + key.size()] == '=')
+      return d.substr(at + key.size() + 1, end - at - key.size() - 1);
+    at = end + 1;
+  }
+  return "";
+}
 
 InputRecord Module::Impl::MakeInput() const {
   InputRecord in{};

@@ -1,5 +1,10 @@
 // The module's two exported entry points. Nothing else is exported (see exports.map).
 #include "effect/lifecycle.h"
+#include "params/labels.h"
+#include "vetext/module_info.h"
+
+// The effect's name and category, for hosts that list it before setting it up.
+VX_MODULE_INFO("name=" VETEXT_EFFECT_NAME_KEY "\0category=Video");
 
 VX_EXTERN_C VX_MODULE_EXPORT VxStatus EffectMain(EffectCommand cmd, InputRecord* in,
                                                  OutputRecord* out, ParamList* params,

@@ -90,8 +90,12 @@ int RunDescribe(const DescribeArgs& a) {
   std::unique_ptr<vxhost::Instance> inst = m->CreateInstance();
   const std::vector<ParamDef>& params = m->params();
 
-  // The effect's name is its own resource string; the category is where hosts list it.
-  const std::string name = "Text", category = "Video";
+  // The module's own description: its name is a string resource (English text after the last
+  // '='), the category where hosts list it.
+  std::string name = m->Info("name"), category = m->Info("category");
+  name = name.substr(name.rfind('=') + 1);  // the whole string when it has no '='
+  if (name.empty() || category.empty())
+    return Fail("the effect module '" + path + "' does not say its name and category");
   if (a.json) {
     vxcore::VariantPtr root = vxcore::MakeObject();
     vxcore::AddToObject(root, "name", V(name));

@@ -145,6 +145,9 @@ class Module {
   int32_t declared_param_count() const;  // OutputRecord.num_params after command 4
   // The label table registered with the host at global setup (key text after "=").
   std::string LookupLabel(int32_t index) const;
+  // A value of the module's info note (vetext/module_info.h), readable before setup: "name"
+  // (a string resource key), "category". "" when the module does not carry the key.
+  std::string Info(const std::string& key) const;
   const OutputRecord& last_output() const;  // flags, message, version of the last command
   // Formats the module declared through the "PF Pixel Format Suite".
   std::vector<uint32_t> supported_formats() const;
