@@ -27,9 +27,10 @@ struct Handlers : testing::Test {
   OutputRecord out{};
   ArbRequestRecord last{};  // the last document-data request as the handler left it
 
-  int64_t Live() { return host.stats().live_handles.load(); }
+  vxhost::HostStats& stats() { return host.stats(); }
+  int64_t Live() { return stats().live_handles.load(); }
   void NoMemory(bool on) {
-    host.faults().fail_alloc_after = on ? host.stats().handles_allocated.load() : -1;
+    host.faults().fail_alloc_after = on ? stats().handles_allocated.load() : -1;
   }
   VxHandle HandleOf(const std::vector<uint8_t>& bytes) {
     VxHandle h = u.new_handle(bytes.size());
@@ -235,15 +236,13 @@ TEST(GPUFilterEntry, EnumeratesExactlyOneFilter) {
     (setenv("FONTCONFIG_FILE", VETEXT_SOURCE_DIR "/fonts/fonts.conf", 0), 0);
 
 // A host with the module loaded; faults are switched on before the command they are meant for.
-struct Effect : testing::Test {
-  vxhost::Host host;
+struct Effect : Handlers {
   std::unique_ptr<vxhost::Module> m = vetext_test::LoadModule(host, vxhost::DefaultModulePath());
   void SetUp() override { ASSERT_TRUE(m); }
   std::unique_ptr<vxhost::Instance> SetUpInstance() {
     EXPECT_EQ(m->Setup(), kStatusOk);
     return m->CreateInstance();
   }
-  vxhost::HostStats& stats() { return host.stats(); }
 };
 
 std::string Message(const OutputRecord& out) {
@@ -334,7 +333,6 @@ TEST_F(Effect, ParamsSetupDeclaresElevenParameters) {
     EXPECT_EQ(p[i].id, i);
     EXPECT_EQ(std::pair(std::string(p[i].name), Declared(p[i])), kWant[i - 1]) << i;
   }
-  ASSERT_NE(p[6].u.bd.name, nullptr);
   EXPECT_STREQ(p[6].u.bd.name, "Uniform Scale");
   // The Source Text default is the default document written out in full.
   EXPECT_EQ(inst->ValueAt(1, 0).bytes, KTE::WriteDocument(*KTE::MakeDefaultDocument()));
@@ -352,9 +350,9 @@ TEST_F(Effect, FailedParamsSetupKeepsTheCount) {
   const int32_t before = m->declared_param_count();
   EXPECT_NE(before, 11);
   // No memory for the Source Text default, then the failing add.
-  host.faults().fail_alloc_after = stats().handles_allocated.load();
+  NoMemory(true);
   EXPECT_EQ(m->ParamsSetup(), kStatusOutOfMemory);
-  host.faults().fail_alloc_after = -1;
+  NoMemory(false);
   EXPECT_EQ(m->ParamsSetup(), -9);
   EXPECT_EQ(m->declared_param_count(), before);
 }
