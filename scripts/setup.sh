@@ -5,6 +5,7 @@ set -euo pipefail
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 cd "$root"
 bash scripts/install-deps.sh
+# scripts/test.sh configures build/ the same way, so the two share one build.
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release -DVETEXT_BENCH=ON
 ninja -C build -j2
 ./build/tools/vetext/vetext "$@"

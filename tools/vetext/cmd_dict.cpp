@@ -52,6 +52,8 @@ std::string ReadInput(const std::string& path) {
   return s;
 }
 
+// JSON output ends with a newline for the terminal; dictionary bytes go out exactly as the format
+// has them, so that a redirected file is a dictionary.
 int WriteOutput(const std::vector<uint8_t>& bytes, bool newline) {
   std::fwrite(bytes.data(), 1, bytes.size(), stdout);
   if (newline) std::fputc('\n', stdout);
@@ -244,7 +246,7 @@ int RunEncode(const DictArgs& a) {
       return Fail(std::string("JSON not well-formed: ") +
                   rapidjson::GetParseError_En(json.GetParseError()) + " at byte " +
                   std::to_string(json.GetErrorOffset()));
-    return WriteOutput(WriteValue(FromJson(json, 0), a), !a.binary);
+    return WriteOutput(WriteValue(FromJson(json, 0), a), false);  // the format's exact bytes
   } catch (const std::exception& e) {
     return Fail(e.what());
   }
@@ -271,7 +273,7 @@ int RunFromDoc(DictArgs a) {
     doc.data = BuildDocument(a.doc);
     std::vector<uint8_t> out = a.binary ? KTE::WriteDocumentBinary(doc)
                                         : KTE::WriteDocumentText(doc, a.precision, a.line_mode);
-    return WriteOutput(out, !a.binary);
+    return WriteOutput(out, false);  // the format's exact bytes
   } catch (const std::exception& e) {
     return Fail(e.what());
   }

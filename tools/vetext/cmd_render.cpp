@@ -25,6 +25,7 @@
 #include "media_encode.h"
 #include "media_image.h"
 #include "media_progress.h"
+#include "params/params.h"
 #include "vetext/host/host.h"
 
 extern "C" {
@@ -34,9 +35,14 @@ extern "C" {
 namespace vetext_tool {
 namespace {
 
-// Parameter indices of the effect (the id of each parameter equals its index).
-constexpr int32_t kSourceText = 1, kPosition = 3, kScale = 4, kHScale = 5, kUniform = 6,
-                  kRotation = 7, kOpacity = 8, kAnchor = 9;
+using vetext::kParamAnchorPoint;
+using vetext::kParamHorizontalScale;
+using vetext::kParamOpacity;
+using vetext::kParamPosition;
+using vetext::kParamRotation;
+using vetext::kParamScale;
+using vetext::kParamSourceText;
+using vetext::kParamUniformScale;
 
 struct RenderArgs {
   std::string input;
@@ -235,21 +241,31 @@ int RunRender(RenderArgs& a) {
       vetext::DocumentRecord doc = BuildDocument(a.doc);
       vxhost::ParamValue v;
       v.bytes = vetext::WriteDocumentBlock(doc);
-      inst->SetValue(kSourceText, v);
+      inst->SetValue(kParamSourceText, v);
+      // Box text hangs from its top-left corner, so the default position (the frame's centre)
+      // would put the box's corner there and run the text off the frame: a box the user has
+      // not placed is centred instead. A project's own position stays.
+      const vetext::TextParam& box = doc.mTextParam;
+      if (a.project.empty() && tracks.position.empty() && box.mWidth > 0 && box.mHeight > 0) {
+        vxhost::ParamValue centred;
+        centred.x = (double(width) - box.mWidth) / 2;
+        centred.y = (double(height) - box.mHeight) / 2;
+        inst->SetValue(kParamPosition, centred);
+      }
     } catch (const std::exception& e) {
       return Fail(e.what());
     }
   }
-  ApplyTrack(*inst, kPosition, tracks.position);
-  ApplyTrack(*inst, kScale, tracks.scale);
-  ApplyTrack(*inst, kHScale, tracks.hscale);
-  ApplyTrack(*inst, kRotation, tracks.rotation);
-  ApplyTrack(*inst, kOpacity, tracks.opacity);
-  ApplyTrack(*inst, kAnchor, tracks.anchor);
+  ApplyTrack(*inst, kParamPosition, tracks.position);
+  ApplyTrack(*inst, kParamScale, tracks.scale);
+  ApplyTrack(*inst, kParamHorizontalScale, tracks.hscale);
+  ApplyTrack(*inst, kParamRotation, tracks.rotation);
+  ApplyTrack(*inst, kParamOpacity, tracks.opacity);
+  ApplyTrack(*inst, kParamAnchorPoint, tracks.anchor);
   if (a.no_uniform || !tracks.hscale.empty()) {
     vxhost::ParamValue off;
     off.flag = false;
-    inst->SetValue(kUniform, off);
+    inst->SetValue(kParamUniformScale, off);
   }
   if (!a.save_project.empty()) {
     if (!WriteFile(a.save_project, inst->SaveProject(), &error)) return Fail(error);
@@ -442,8 +458,9 @@ void Register(CLI::App& app) {
       "Transform (each a constant, or keyframes T=V in seconds, repeated or as 'T=V;T=V', linear "
       "between keys)";
   sub->add_option("--position", args->position,
-                  "X,Y layer pixels where the text's alignment "
-                  "point goes (default: the frame's centre)")
+                  "X,Y layer pixels where the text's alignment point goes: the line's start, "
+                  "centre or end for point text, the box's top-left corner for box text "
+                  "(default: the frame's centre; an unplaced box is centred)")
       ->group(transform);
   sub->add_option("--scale", args->scale, "Percent, 25 to 400 (vertical when not uniform)")
       ->group(transform);
@@ -453,7 +470,8 @@ void Register(CLI::App& app) {
   sub->add_option("--rotation", args->rotation, "Degrees, clockwise")->group(transform);
   sub->add_option("--opacity", args->opacity, "Percent, 0 to 100")->group(transform);
   sub->add_option("--anchor", args->anchor,
-                  "X,Y layer pixels about which scale and rotation act (default: the centre)")
+                  "X,Y layer pixels about which rotation turns the text (default: the centre); "
+                  "scale keeps the alignment point on --position")
       ->group(transform);
   for (CLI::Option* o :
        {sub->get_option("--position"), sub->get_option("--scale"), sub->get_option("--hscale"),
