@@ -7,6 +7,7 @@
 #include <cstring>
 #include <set>
 #include <string>
+#include <tuple>
 
 #include "effect/lifecycle.h"
 #include "engine/kte.h"
@@ -59,13 +60,8 @@ TEST_F(Handlers, RequestsThatMakeAValue) {
   // What the result slot receives: the value's bytes in new memory, an empty handle, null, or
   // nothing at all.
   enum Result { kBytes, kEmpty, kNull, kUntouched };
-  const struct {
-    int32_t selector;
-    uint64_t refcon;
-    bool empty_value, no_memory;
-    VxStatus status;
-    Result result;
-  } kCases[] = {
+  // selector, reference constant, empty value, no memory -> status, result
+  const std::tuple<int32_t, uint64_t, bool, bool, VxStatus, Result> kCases[] = {
       // Create honours the constant, but a foreign parameter still gets its empty value.
       {kArbNew, 1, false, false, kStatusOk, kEmpty},
       {kArbNew, 2, false, false, kStatusOk, kEmpty},
@@ -86,23 +82,23 @@ TEST_F(Handlers, RequestsThatMakeAValue) {
       {100, 2, false, false, kStatusOk, kUntouched},
       {-1, 2, false, false, kStatusOk, kUntouched},
   };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(testing::Message() << c.selector << " " << c.refcon << " " << c.no_memory);
-    const std::vector<uint8_t> bytes = c.empty_value ? std::vector<uint8_t>{} : kBlock;
+  for (const auto& [selector, refcon, empty_value, no_memory, status, want] : kCases) {
+    SCOPED_TRACE(testing::Message() << selector << " " << refcon << " " << no_memory);
+    const std::vector<uint8_t> bytes = empty_value ? std::vector<uint8_t>{} : kBlock;
     VxHandle value = HandleOf(bytes), later = HandleOf({9, 9}), result = kStale;
-    NoMemory(c.no_memory);
+    NoMemory(no_memory);
     const Request request =
-        c.selector == kArbNew    ? Request{.create = {&result}}
-        : c.selector == kArbCopy ? Request{.copy = {value, &result}}
-        : c.selector == kArbUnflatten
+        selector == kArbNew    ? Request{.create = {&result}}
+        : selector == kArbCopy ? Request{.copy = {value, &result}}
+        : selector == kArbUnflatten
             ? Request{.unflatten = {uint32_t(bytes.size()), 0, bytes.data(), &result}}
             : Request{.interpolate = {value, later, 0.5, &result}};
-    EXPECT_EQ(Arb(c.selector, c.refcon, request), c.status);
+    EXPECT_EQ(Arb(selector, refcon, request), status);
     NoMemory(false);
-    EXPECT_EQ(result == kStale, c.result == kUntouched);
-    EXPECT_EQ(result == nullptr, c.result == kNull);
+    EXPECT_EQ(result == kStale, want == kUntouched);
+    EXPECT_EQ(result == nullptr, want == kNull);
     if (result != nullptr && result != kStale) {
-      EXPECT_EQ(BytesOf(result), c.result == kBytes ? bytes : std::vector<uint8_t>{});
+      EXPECT_EQ(BytesOf(result), want == kBytes ? bytes : std::vector<uint8_t>{});
       EXPECT_NE(*result, *value);
       u.dispose_handle(result);
     }
@@ -164,30 +160,27 @@ TEST(Overlay, EventRoutingAndGates) {
   constexpr int32_t kAny = -1, kSent = 5;  // handled: not looked at, as sent
   const int64_t kBefore = 123, kClicked = vetext::PackPoint(-14, 70);
   // Window 0 is the program viewer. Every event is sent at (-7, 30) with cursor 44 and handled 5.
-  const struct {
-    int32_t window, type, param;
-    bool drag, editing;
-    int32_t type_after, handled, cursor;
-    bool editing_after;
-    int64_t click;
-  } kCases[] = {
-      {0, kEventActivate, 1, false, true, kEventActivate, kSent, 44, false, kBefore},
-      // A click on the Source Text stops editing and keeps the point in layer pixels.
-      {0, kEventClick, 1, false, true, kEventClick, kAny, 44, false, kClicked},
-      {0, kEventClick, 1, true, true, kEventDrag, kSent, 44, true, kBefore},  // not a click
-      {1, kEventClick, 1, false, true, kEventClick, kSent, 44, true, kBefore},
-      // Draws are consumed in the viewer only; adjust-cursor everywhere, clearing in the viewer.
-      {0, kEventDraw, 1, false, true, kEventDraw, 1, 44, true, kBefore},
-      {0, kEventDraw, 7, false, false, kEventDraw, 1, 44, false, kBefore},
-      {2, kEventDraw, 1, false, false, kEventDraw, kSent, 44, false, kBefore},
-      {0, kEventAdjustCursor, 1, false, false, kEventAdjustCursor, 1, 0, false, kBefore},
-      {0, kEventAdjustCursor, 2, false, true, kEventAdjustCursor, 1, 0, true, kBefore},
-      {3, kEventAdjustCursor, 2, false, false, kEventAdjustCursor, 1, 44, false, kBefore},
-      {0, 6, 2, false, false, 6, kSent, 44, false, kBefore},
-  };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(testing::Message() << c.window << " " << c.type << " " << c.param);
-    EventContext ctx{nullptr, c.window, 0};
+  // window, event, parameter, drag, editing -> event, handled, cursor, editing, click point
+  const std::tuple<int32_t, int32_t, int32_t, bool, bool, int32_t, int32_t, int32_t, bool, int64_t>
+      kCases[] = {
+          {0, kEventActivate, 1, false, true, kEventActivate, kSent, 44, false, kBefore},
+          // A click on the Source Text stops editing and keeps the point in layer pixels.
+          {0, kEventClick, 1, false, true, kEventClick, kAny, 44, false, kClicked},
+          {0, kEventClick, 1, true, true, kEventDrag, kSent, 44, true, kBefore},  // not a click
+          {1, kEventClick, 1, false, true, kEventClick, kSent, 44, true, kBefore},
+          // Draws are consumed in the viewer only, cursor events anywhere (cleared in the viewer).
+          {0, kEventDraw, 1, false, true, kEventDraw, 1, 44, true, kBefore},
+          {0, kEventDraw, 7, false, false, kEventDraw, 1, 44, false, kBefore},
+          {2, kEventDraw, 1, false, false, kEventDraw, kSent, 44, false, kBefore},
+          {0, kEventAdjustCursor, 1, false, false, kEventAdjustCursor, 1, 0, false, kBefore},
+          {0, kEventAdjustCursor, 2, false, true, kEventAdjustCursor, 1, 0, true, kBefore},
+          {3, kEventAdjustCursor, 2, false, false, kEventAdjustCursor, 1, 44, false, kBefore},
+          {0, 6, 2, false, false, 6, kSent, 44, false, kBefore},
+      };
+  for (const auto& [window, type, param, drag, editing, type_after, handled, cursor, editing_after,
+                    click] : kCases) {
+    SCOPED_TRACE(testing::Message() << window << " " << type << " " << param);
+    EventContext ctx{nullptr, window, 0};
     EventContext* ctx_ptr = &ctx;
     EventCallbacks callbacks{};
     callbacks.viewer_to_layer = [](void*, VxFixed* x, VxFixed* y) -> VxStatus {
@@ -196,15 +189,15 @@ TEST(Overlay, EventRoutingAndGates) {
     };
     ExtraRecord extra{};
     EventRecord& ev = extra.event;
-    ev = {&ctx_ptr, c.type, -7, 30, c.drag, {}, c.param, 44, kSent, &callbacks};
-    vetext::SetEditingFlag(c.editing);
+    ev = {&ctx_ptr, type, -7, 30, drag, {}, param, 44, kSent, &callbacks};
+    vetext::SetEditingFlag(editing);
     vetext::SetLastClickPoint(kBefore);
     EXPECT_EQ(vetext::Dispatch(kCmdEvent, nullptr, nullptr, nullptr, nullptr, &extra), kStatusOk);
-    EXPECT_EQ(ev.event_type, c.type_after);
-    EXPECT_TRUE(c.handled == kAny || ev.handled == c.handled) << ev.handled;
-    EXPECT_EQ(ev.cursor, c.cursor);
-    EXPECT_EQ(vetext::EditingFlag(), c.editing_after);
-    EXPECT_EQ(vetext::LastClickPoint(), c.click);
+    EXPECT_EQ(ev.event_type, type_after);
+    EXPECT_TRUE(handled == kAny || ev.handled == handled) << ev.handled;
+    EXPECT_EQ(ev.cursor, cursor);
+    EXPECT_EQ(vetext::EditingFlag(), editing_after);
+    EXPECT_EQ(vetext::LastClickPoint(), click);
   }
   vetext::SetEditingFlag(false);
 
@@ -245,10 +238,6 @@ struct Effect : Handlers {
   }
 };
 
-std::string Message(const OutputRecord& out) {
-  return std::string(out.message, strnlen(out.message, sizeof out.message));
-}
-
 TEST_F(Effect, SetupDeclaresTheEffectAndTeardownLeavesNothing) {
   ASSERT_EQ(m->GlobalSetup(), kStatusOk);
   const OutputRecord& out = m->last_output();
@@ -274,7 +263,7 @@ TEST_F(Effect, FailedSetupUnregistersAndKeepsNothing) {
     host.faults().fail_alloc_after = refused ? -1 : 0;
     EXPECT_EQ(m->GlobalSetup(), refused ? 7 : kStatusOutOfMemory);
     EXPECT_NE(m->last_output().out_flags & kOutFlagDisplayMessage, 0u);
-    EXPECT_EQ(Message(m->last_output()), "Text could not be initialized.");
+    EXPECT_STREQ(m->last_output().message, "Text could not be initialized.");
     EXPECT_EQ(stats().handles_allocated.load(), 0);
     EXPECT_EQ(stats().registrations.load(), 0);
     EXPECT_EQ(m->last_output().global_data, nullptr);
@@ -285,7 +274,7 @@ TEST_F(Effect, MissingPixelFormatSuiteStillSetsUp) {
   host.faults().missing_suites = {"PF Pixel Format Suite"};
   EXPECT_EQ(m->GlobalSetup(), kStatusOk);
   EXPECT_NE(m->last_output().out_flags & kOutFlagDisplayMessage, 0u);
-  EXPECT_EQ(Message(m->last_output()), "Not able to acquire VEFX Suite.");
+  EXPECT_STREQ(m->last_output().message, "Not able to acquire VEFX Suite.");
   EXPECT_TRUE(m->supported_formats().empty());
   EXPECT_EQ(m->ParamsSetup(), kStatusOk);
 }
@@ -384,7 +373,7 @@ TEST_F(Effect, ParamUtilsSuiteRelabelsScaleAndIsNeededForChanges) {
   host.faults().null_suites.clear();
   host.faults().missing_suites = {"PF Param Utils Suite"};
   EXPECT_EQ(inst->Command(kCmdUserChangedParam, &change), kStatusSuiteThrew);
-  EXPECT_EQ(Message(inst->last_output()), "Not able to acquire VEFX Suite.");
+  EXPECT_STREQ(inst->last_output().message, "Not able to acquire VEFX Suite.");
   EXPECT_EQ(inst->Command(kCmdUpdateParamsUI, nullptr), kStatusSuiteThrew);
 }
 
