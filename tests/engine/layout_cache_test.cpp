@@ -1,5 +1,6 @@
 // The layout cache against the reference host's frame cache: keys, one composition per distinct
-// block (also under contention), eviction, missing suites and hostile entries.
+// block (also under contention), eviction, missing suites, hostile entries, and the parameter and
+// editing paths.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -35,71 +36,77 @@ std::string Key(const std::vector<uint8_t>& block) {
   return key;
 }
 
+LayoutRecord Direct(const std::vector<uint8_t>& block) {
+  LayoutRecord l;
+  KTE::Compose(*KTE::MakeDocument(block.data(), block.size()), l);
+  return l;
+}
+
+// Handles as the host hands them over: cell 0 the bytes, cell 1 their size.
+uint64_t HandleSize(VxHandle h) {
+  return *reinterpret_cast<uint64_t*>(h[1]);
+}
+
 class LayoutCacheTest : public ::testing::Test {
  protected:
   LayoutCacheTest() {
     in_.suites = host_.suite_services();
     in_.utils = &utils_;
+    utils_.get_handle_size = &HandleSize;
   }
   LayoutRecord Build(const std::vector<uint8_t>& block) {
     LayoutRecord l;
     vetext::BuildTextLayout(block.data(), block.size(), l, &in_, &out_);
     return l;
   }
-  LayoutRecord Direct(const std::vector<uint8_t>& block) {
-    LayoutRecord l;
-    KTE::Compose(*KTE::MakeDocument(block.data(), block.size()), l);
-    return l;
+  // Stores the live document's layout under a handle holding `bytes`.
+  VxStatus Store(const KTE::Document& doc, std::vector<uint8_t>& bytes) {
+    size_ = bytes.size();
+    cells_[0] = bytes.data();
+    return vetext::StoreLayoutForDocument(doc, cells_, &in_, &out_);
   }
   // Puts a raw buffer with these bytes and this format under `key`, as another writer might.
   void Plant(const std::string& key, const std::vector<uint8_t>& bytes, uint32_t format) {
-    const auto* creator = host_.cache().creator_suite();
     const auto* pix = host_.cache().pix_suite();
     RPixHandle h = nullptr;
-    ASSERT_GE(creator->create(&h, kRPixKindRaw, format, 1, 1, 1, 1, bytes.size()), 0);
+    ASSERT_GE(
+        host_.cache().creator_suite()->create(&h, kRPixKindRaw, format, 1, 1, 1, 1, bytes.size()),
+        0);
     void* p = nullptr;
     ASSERT_GE(pix->get_pixels(h, kRPixAccessWrite, &p), 0);
     std::memcpy(p, bytes.data(), bytes.size());
     ASSERT_GE(host_.cache().cache_suite()->add(key.c_str(), h), 0);
     pix->dispose(h);
   }
+  uint64_t Traffic() {
+    const vxhost::CacheStats s = host_.cache().Stats();
+    return s.hits + s.misses + s.adds;
+  }
 
   vxhost::Host host_;
   UtilCallbacks utils_{};
   InputRecord in_{};
   OutputRecord out_{};
+  uint64_t size_ = 0;
+  void* cells_[2] = {nullptr, &size_};
 };
 
-TEST(LayoutKey, FirstThreeGroupsAreByteReversed) {
+TEST(LayoutKey, HashOfTheSaltAndTheWholeBlockWithTheFirstThreeGroupsByteReversed) {
   uint8_t hash[16];
-  for (int i = 0; i < 16; ++i) hash[i] = uint8_t(i);
+  for (int i = 0; i < 16; ++i) hash[i] = uint8_t(i == 0 ? 0xF0 : i);
   char key[37];
   std::memset(key, 'x', sizeof key);
   vetext::FormatLayoutKey(hash, key);
-  EXPECT_STREQ(key, "03020100-0504-0706-0809-0a0b0c0d0e0f");
-  uint8_t high[16];
-  std::memset(high, 0xAB, sizeof high);
-  high[0] = 0xF0;
-  vetext::FormatLayoutKey(high, key);
-  EXPECT_STREQ(key,
-               "ababab"
-               "f0-abab-abab-abab-abababababab");
-}
+  EXPECT_STREQ(key, "030201f0-0504-0706-0809-0a0b0c0d0e0f");
 
-TEST(LayoutKey, HashesTheSaltThenTheWholeBlock) {
   std::vector<uint8_t> block = Block(u"Key");
   vxcore::MixHash h;
   h.MixInData("KTEDocument", 11);
   h.MixInData(block.data(), block.size());
-  uint8_t digest[16];
-  h.Finish(digest);
-  char expected[37];
-  vetext::FormatLayoutKey(digest, expected);
-  EXPECT_EQ(Key(block), expected);
-  // The same bytes elsewhere in memory give the same key; one changed byte anywhere, the length
-  // prefix included, gives another.
-  std::vector<uint8_t> copy(block);
-  EXPECT_EQ(Key(copy), Key(block));
+  h.Finish(hash);
+  vetext::FormatLayoutKey(hash, key);
+  EXPECT_EQ(Key(block), key);
+  // One changed byte anywhere, the length prefix included, gives another key.
   for (size_t at : {size_t(0), size_t(7), block.size() - 1}) {
     std::vector<uint8_t> changed(block);
     changed[at] ^= 1;
@@ -109,24 +116,17 @@ TEST(LayoutKey, HashesTheSaltThenTheWholeBlock) {
 }
 
 TEST_F(LayoutCacheTest, ComposesOnceAndServesHitsFromTheCache) {
-  std::vector<uint8_t> block = Block(u"Cached once");
+  const std::vector<uint8_t> block = Block(u"Cached once");
   uint64_t before = KTE::ComposeCount();
-  LayoutRecord first = Build(block);
-  LayoutRecord second = Build(block);
+  const LayoutRecord first = Build(block);
+  EXPECT_EQ(Build(block), first);
   EXPECT_EQ(KTE::ComposeCount() - before, 1u);
   EXPECT_EQ(first, Direct(block));
-  EXPECT_EQ(second, first);
-  vxhost::CacheStats s = host_.cache().Stats();
-  EXPECT_EQ(s.adds, 1u);
-  EXPECT_EQ(s.entries, 1u);
-  EXPECT_GE(s.hits, 1u);
+  EXPECT_EQ(host_.cache().Stats().adds, 1u);
+  EXPECT_GE(host_.cache().Stats().hits, 1u);
   // The entry holds the layout block: a count, then that many bytes of layout text.
   RPixHandle h = nullptr;
   ASSERT_EQ(host_.cache().cache_suite()->lookup(Key(block).c_str(), &h), 0);
-  ASSERT_NE(h, nullptr);
-  uint32_t format = 0;
-  host_.cache().pix_suite()->get_pixel_format(h, &format);
-  EXPECT_EQ(format, kPixelFormatRaw);
   void* p = nullptr;
   host_.cache().pix_suite()->get_pixels(h, kRPixAccessRead, &p);
   uint64_t count = 0;
@@ -135,32 +135,30 @@ TEST_F(LayoutCacheTest, ComposesOnceAndServesHitsFromTheCache) {
   std::memcpy(text.data(), static_cast<uint8_t*>(p) + 8, count);
   EXPECT_EQ(text.substr(0, 15), u"{\"mCharacters\":");
   host_.cache().pix_suite()->dispose(h);
-  // The record a miss hands out is the one hits read back, also for fallback fonts, right to
-  // left text and fractional positions.
+  // Blocks differing in one byte get an entry each; the record a miss hands out is the one hits
+  // read back, also for fallback fonts, right to left text and fractional positions.
   const std::vector<uint8_t> mixed =
-      Block(u"Mixed \u0645\u0631\u062D\u0628\u0627 \u65E5\u672C 0.5", 37.3f);
-  const LayoutRecord miss = Build(mixed);
-  ASSERT_GT(miss.mCharacters.size(), 10u);
-  EXPECT_EQ(Build(mixed), miss);
-}
-
-TEST_F(LayoutCacheTest, BlocksDifferingInOneByteGetTwoEntries) {
-  std::vector<uint8_t> a = Block(u"Twin A");
-  std::vector<uint8_t> b = Block(u"Twin B");
-  ASSERT_EQ(a.size(), b.size());
-  uint64_t before = KTE::ComposeCount();
-  LayoutRecord la = Build(a), lb = Build(b);
+      Block(u"Mixed \u0645\u0631\u062D\u0628\u0627 \u65E5 0.5", 37.3f);
+  const std::vector<uint8_t> twin =
+      Block(u"Mixed \u0645\u0631\u062D\u0628\u0627 \u65E5 0.6", 37.3f);
+  before = KTE::ComposeCount();
+  const LayoutRecord miss = Build(mixed), twin_miss = Build(twin);
   EXPECT_EQ(KTE::ComposeCount() - before, 2u);
-  EXPECT_EQ(host_.cache().Stats().entries, 2u);
-  EXPECT_NE(la, lb);
-  EXPECT_EQ(Build(a), la);
-  EXPECT_EQ(Build(b), lb);
+  EXPECT_EQ(host_.cache().Stats().entries, 3u);
+  EXPECT_NE(miss, twin_miss);
+  EXPECT_EQ(Build(mixed), miss);
+  EXPECT_EQ(Build(twin), twin_miss);
+  // After eviction the next request composes again, to an equal layout.
+  host_.cache().Clear();
+  before = KTE::ComposeCount();
+  EXPECT_EQ(Build(block), first);
+  EXPECT_EQ(KTE::ComposeCount() - before, 1u);
 }
 
 TEST_F(LayoutCacheTest, ManyThreadsAskingForANewDocumentComposeItOnce) {
-  std::vector<uint8_t> block = Block(u"Raced by eight threads, composed by one", 30);
-  LayoutRecord expected = Direct(block);
-  uint64_t before = KTE::ComposeCount();
+  const std::vector<uint8_t> block = Block(u"Raced by eight threads, composed by one", 30);
+  const LayoutRecord expected = Direct(block);
+  const uint64_t before = KTE::ComposeCount();
   std::atomic<int> ready{0};
   std::vector<LayoutRecord> got(8);
   std::vector<std::thread> threads;
@@ -176,49 +174,14 @@ TEST_F(LayoutCacheTest, ManyThreadsAskingForANewDocumentComposeItOnce) {
   for (const auto& l : got) EXPECT_EQ(l, expected);
 }
 
-TEST_F(LayoutCacheTest, AfterEvictionTheNextRequestComposesAgainToAnEqualLayout) {
-  std::vector<uint8_t> block = Block(u"Evicted");
-  LayoutRecord first = Build(block);
-  host_.cache().Clear();
-  uint64_t before = KTE::ComposeCount();
-  LayoutRecord again = Build(block);
-  EXPECT_EQ(KTE::ComposeCount() - before, 1u);
-  EXPECT_EQ(again, first);
-}
-
-TEST_F(LayoutCacheTest, MissingSuitesLeaveTheRecordAsItWasAndReleaseWhatWasTaken) {
-  std::vector<uint8_t> block = Block(u"No suites");
-  for (const char* name : {kRPixCacheSuiteName, kRPixCreatorSuiteName, kRPixSuiteName}) {
-    SCOPED_TRACE(name);
-    host_.faults().missing_suites = {name};
-    int64_t acquired = host_.stats().suites_acquired, released = host_.stats().suites_released;
-    uint64_t before = KTE::ComposeCount();
-    LayoutRecord l;
-    l.mLeft = 123.0f;
-    vetext::BuildTextLayout(block.data(), block.size(), l, &in_, &out_);
-    EXPECT_EQ(l.mLeft, 123.0f);
-    EXPECT_TRUE(l.mCharacters.empty());
-    EXPECT_EQ(KTE::ComposeCount(), before);
-    EXPECT_EQ(host_.stats().suites_acquired - acquired, host_.stats().suites_released - released);
-    EXPECT_EQ(out_.out_flags & kOutFlagDisplayMessage, 0u);
-  }
-  host_.faults().missing_suites.clear();
-  host_.faults().null_suites = {kRPixSuiteName};
-  LayoutRecord l;
-  vetext::BuildTextLayout(block.data(), block.size(), l, &in_, &out_);
-  EXPECT_TRUE(l.mCharacters.empty());
-  EXPECT_EQ(host_.cache().Stats().entries, 0u);
-}
-
 TEST_F(LayoutCacheTest, MalformedBlockFailsAndReleasesTheMutex) {
-  std::u16string bad = u"{\"mVersion\": 1, ";
+  const std::u16string bad = u"{\"mVersion\": 1, ";
   std::vector<uint8_t> block(8 + bad.size() * 2);
-  uint64_t n = bad.size() * 2;
+  const uint64_t n = bad.size() * 2;
   std::memcpy(block.data(), &n, 8);
   std::memcpy(block.data() + 8, bad.data(), n);
-  LayoutRecord l;
   try {
-    vetext::BuildTextLayout(block.data(), block.size(), l, &in_, &out_);
+    Build(block);
     FAIL() << "no error";
   } catch (const KTE::Error& e) {
     EXPECT_STREQ(e.what(), "JSON not well-formed");
@@ -229,122 +192,88 @@ TEST_F(LayoutCacheTest, MalformedBlockFailsAndReleasesTheMutex) {
   other.join();
 }
 
+TEST_F(LayoutCacheTest, MissingSuitesOrAnEmptyHandleLeaveEverythingAsItWas) {
+  std::vector<uint8_t> block = Block(u"No suites");
+  const KTE::DocumentPtr live = KTE::MakeDocument(block.data(), block.size());
+  for (const char* name : {kRPixCacheSuiteName, kRPixCreatorSuiteName, kRPixSuiteName}) {
+    for (bool null : {false, true}) {
+      SCOPED_TRACE(testing::Message() << name << (null ? " null" : " missing"));
+      (null ? host_.faults().null_suites : host_.faults().missing_suites) = {name};
+      const int64_t acquired = host_.stats().suites_acquired;
+      const int64_t released = host_.stats().suites_released;
+      const uint64_t before = KTE::ComposeCount();
+      LayoutRecord l;
+      l.mLeft = 123.0f;
+      vetext::BuildTextLayout(block.data(), block.size(), l, &in_, &out_);
+      EXPECT_EQ(l, LayoutRecord{.mLeft = 123.0f});
+      EXPECT_EQ(Store(*live, block), kStatusOk);
+      EXPECT_EQ(KTE::ComposeCount(), before);
+      EXPECT_EQ(host_.cache().Stats().entries, 0u);
+      // Every suite taken is given back, but for the null ones of the two requests, which hold
+      // nothing.
+      EXPECT_EQ(host_.stats().suites_acquired - acquired - host_.stats().suites_released + released,
+                null ? 2 : 0);
+      EXPECT_EQ(out_.out_flags & kOutFlagDisplayMessage, 0u);
+      host_.faults().missing_suites.clear();
+      host_.faults().null_suites.clear();
+    }
+  }
+  // An empty or missing handle is damaged input and causes no cache traffic.
+  std::vector<uint8_t> empty;
+  empty.reserve(1);  // bytes, but none of them
+  const uint64_t traffic = Traffic();
+  EXPECT_EQ(Store(*live, empty), kStatusStructDamaged);
+  EXPECT_EQ(vetext::StoreLayoutForDocument(*live, nullptr, &in_, &out_), kStatusStructDamaged);
+  ParamDef def{};
+  def.param_type = kParamTypeArbitrary;
+  def.u.arb_d.value = cells_;
+  ParamDef* defs[2] = {&def, &def};
+  ParamList params{2, defs};
+  LayoutRecord l;
+  EXPECT_EQ(vetext::GetLayoutFromParam(&in_, &out_, &params, l), kStatusStructDamaged);
+  EXPECT_TRUE(l.mCharacters.empty());
+  EXPECT_EQ(Traffic(), traffic);
+  // The Source Text parameter's handle is read, copied and laid out.
+  cells_[0] = block.data();
+  size_ = block.size();
+  EXPECT_EQ(vetext::GetLayoutFromParam(&in_, &out_, &params, l), kStatusOk);
+  EXPECT_EQ(l, Direct(block));
+}
+
 TEST_F(LayoutCacheTest, ForeignOrOversizedEntriesUnderTheKeyAreNotRead) {
-  std::vector<uint8_t> block = Block(u"Planted");
+  const std::vector<uint8_t> block = Block(u"Planted"), other = Block(u"Oversized");
   std::vector<uint8_t> bytes(64, 0);
   bytes[0] = 40;  // a plausible count, but the buffer is tagged as pixels
   Plant(Key(block), bytes, kPixelFormatBGRA);
-  LayoutRecord l;
-  l.mTop = 7.0f;
-  vetext::BuildTextLayout(block.data(), block.size(), l, &in_, &out_);
-  EXPECT_EQ(l.mTop, 7.0f);
-
-  std::vector<uint8_t> other = Block(u"Oversized");
   std::vector<uint8_t> liar(16, 0);
-  uint64_t huge = 1ull << 40;
+  const uint64_t huge = 1ull << 40;
   std::memcpy(liar.data(), &huge, 8);
   Plant(Key(other), liar, kPixelFormatRaw);
-  vetext::BuildTextLayout(other.data(), other.size(), l, &in_, &out_);
-  EXPECT_EQ(l.mTop, 7.0f);
-}
-
-// The Source Text parameter as the render hands it over: a handle the host sizes.
-uint64_t HandleSize(VxHandle h) {
-  return *reinterpret_cast<uint64_t*>(h[1]);
-}
-
-TEST_F(LayoutCacheTest, ParameterPathCopiesTheHandleAndRejectsAnEmptyOne) {
-  utils_.get_handle_size = &HandleSize;
-  std::vector<uint8_t> block = Block(u"From the parameter");
-  uint64_t size = block.size();
-  void* cells[2] = {block.data(), &size};
-  ParamDef def{};
-  def.param_type = kParamTypeArbitrary;
-  def.u.arb_d.value = cells;
-  ParamDef input{};
-  ParamDef* defs[2] = {&input, &def};
-  ParamList params{2, defs};
-  LayoutRecord l;
-  EXPECT_EQ(vetext::GetLayoutFromParam(&in_, &out_, &params, l), kStatusOk);
-  EXPECT_EQ(l, Direct(block));
-
-  size = 0;
-  vxhost::CacheStats before = host_.cache().Stats();
-  LayoutRecord empty;
-  EXPECT_EQ(vetext::GetLayoutFromParam(&in_, &out_, &params, empty), kStatusStructDamaged);
-  EXPECT_TRUE(empty.mCharacters.empty());
-  vxhost::CacheStats after = host_.cache().Stats();
-  EXPECT_EQ(after.hits + after.misses, before.hits + before.misses);
-}
-
-// The editing path: a live document stored under the bytes of the parameter's handle.
-class StoreLayoutTest : public LayoutCacheTest {
- protected:
-  StoreLayoutTest() { utils_.get_handle_size = &HandleSize; }
-  VxStatus Store(const KTE::Document& doc, std::vector<uint8_t>& bytes) {
-    size_ = bytes.size();
-    cells_[0] = bytes.data();
-    cells_[1] = &size_;
-    return vetext::StoreLayoutForDocument(doc, cells_, &in_, &out_);
+  for (const auto* b : {&block, &other}) {
+    LayoutRecord l;
+    l.mTop = 7.0f;
+    vetext::BuildTextLayout(b->data(), b->size(), l, &in_, &out_);
+    EXPECT_EQ(l, LayoutRecord{.mTop = 7.0f});
   }
-  uint64_t size_ = 0;
-  void* cells_[2] = {nullptr, nullptr};
-};
+}
 
-TEST_F(StoreLayoutTest, StoresTheLiveDocumentsLayoutUnderTheHandlesKeyOnce) {
-  std::vector<uint8_t> block = Block(u"Stored while editing");
-  KTE::DocumentPtr live = KTE::MakeDocument(block.data(), block.size());
-  EXPECT_EQ(Store(*live, block), kStatusOk);
+TEST_F(LayoutCacheTest, StoresTheLiveDocumentsLayoutUnderTheHandlesKeyOnce) {
+  // The handle still holds the block from before the edit; the live document is newer.
+  std::vector<uint8_t> old_block = Block(u"Before the edit");
+  const std::vector<uint8_t> new_block = Block(u"After the edit", 60.0f);
+  const KTE::DocumentPtr live = KTE::MakeDocument(new_block.data(), new_block.size());
+  EXPECT_EQ(Store(*live, old_block), kStatusOk);
   EXPECT_EQ(host_.cache().Stats().adds, 1u);
-  // The next request for the block is a hit: no composition, the same layout.
-  const LayoutRecord expected = Direct(block);
-  uint64_t before = KTE::ComposeCount();
-  EXPECT_EQ(Build(block), expected);
-  EXPECT_EQ(KTE::ComposeCount(), before);
+  // The next request for the block is a hit that gives the live document's layout.
+  const LayoutRecord expected = Direct(new_block);
+  ASSERT_NE(expected, Direct(old_block));
+  const uint64_t before = KTE::ComposeCount();
+  EXPECT_EQ(Build(old_block), expected);
   // Present already: neither composed nor added again.
-  before = KTE::ComposeCount();
-  EXPECT_EQ(Store(*live, block), kStatusOk);
+  EXPECT_EQ(Store(*live, old_block), kStatusOk);
   EXPECT_EQ(KTE::ComposeCount(), before);
   EXPECT_EQ(host_.cache().Stats().adds, 1u);
   EXPECT_EQ(host_.cache().Stats().entries, 1u);
-}
-
-TEST_F(StoreLayoutTest, ComposesTheLiveDocumentNotTheBlockAndKeysTheBlock) {
-  std::vector<uint8_t> old_block = Block(u"Before the edit");
-  std::vector<uint8_t> new_block = Block(u"After the edit", 60.0f);
-  KTE::DocumentPtr live = KTE::MakeDocument(new_block.data(), new_block.size());
-  EXPECT_EQ(Store(*live, old_block), kStatusOk);
-  // Under the handle's key sits the live document's layout.
-  const LayoutRecord expected = Direct(new_block);
-  uint64_t before = KTE::ComposeCount();
-  EXPECT_EQ(Build(old_block), expected);
-  EXPECT_EQ(KTE::ComposeCount(), before);
-  EXPECT_NE(Direct(old_block), Direct(new_block));
-}
-
-TEST_F(StoreLayoutTest, MissingSuitesOrAnEmptyHandleStoreNothing) {
-  std::vector<uint8_t> block = Block(u"Nowhere to store");
-  KTE::DocumentPtr live = KTE::MakeDocument(block.data(), block.size());
-  for (const char* name : {kRPixCacheSuiteName, kRPixCreatorSuiteName, kRPixSuiteName}) {
-    SCOPED_TRACE(name);
-    host_.faults().missing_suites = {name};
-    int64_t acquired = host_.stats().suites_acquired, released = host_.stats().suites_released;
-    EXPECT_EQ(Store(*live, block), kStatusOk);
-    EXPECT_EQ(host_.cache().Stats().entries, 0u);
-    EXPECT_EQ(host_.stats().suites_acquired - acquired, host_.stats().suites_released - released);
-  }
-  host_.faults().missing_suites.clear();
-  host_.faults().null_suites = {kRPixCreatorSuiteName};
-  EXPECT_EQ(Store(*live, block), kStatusOk);
-  EXPECT_EQ(host_.cache().Stats().entries, 0u);
-  host_.faults().null_suites.clear();
-
-  std::vector<uint8_t> empty;
-  vxhost::CacheStats before = host_.cache().Stats();
-  EXPECT_EQ(Store(*live, empty), kStatusStructDamaged);
-  vxhost::CacheStats after = host_.cache().Stats();
-  EXPECT_EQ(after.hits + after.misses + after.adds, before.hits + before.misses + before.adds);
-  EXPECT_EQ(vetext::StoreLayoutForDocument(*live, nullptr, &in_, &out_), kStatusStructDamaged);
 }
 
 }  // namespace
