@@ -50,11 +50,8 @@ struct CacheSuites {
   }
   // Creates a raw buffer of `size` bytes filled with `fill` and adds it under `key`.
   void Put(const std::string& key, uint64_t size, uint8_t fill) {
-    RPixHandle h = nullptr;
-    ASSERT_EQ(creator->create(&h, kRPixKindRaw, kPixelFormatRaw, 1, 1, 1, 1, size), 0);
-    void* p = nullptr;
-    ASSERT_EQ(pix->get_pixels(h, kRPixAccessWrite, &p), 0);
-    std::memset(p, fill, size);
+    RPixHandle h = Make(size, fill);
+    ASSERT_NE(h, nullptr);
     ASSERT_EQ(cache->add(key.c_str(), h), 0);
     ASSERT_EQ(pix->dispose(h), 0);
   }
