@@ -39,8 +39,7 @@ struct Handlers : testing::Test {
     return h;
   }
   std::vector<uint8_t> BytesOf(VxHandle h) {
-    const auto* p = static_cast<const uint8_t*>(*h);
-    return {p, p + u.get_handle_size(h)};
+    return {static_cast<uint8_t*>(*h), static_cast<uint8_t*>(*h) + u.get_handle_size(h)};
   }
   VxStatus Run(EffectCommand cmd, ExtraRecord* extra = nullptr) {
     return vetext::Dispatch(cmd, &in, &out, nullptr, nullptr, extra);
@@ -299,14 +298,13 @@ TEST_F(Effect, ParamsSetupDeclaresElevenParameters) {
   const std::vector<ParamDef>& p = m->params();
   ASSERT_EQ(p.size(), 11u);
   constexpr int64_t k25 = 25 << 16, k50 = 50 << 16, k100 = 100 << 16, k400 = 400 << 16;
-  const int64_t kDisabled = kParamUIFlagDisabled, kControl = kParamUIFlagControl;
   const std::pair<std::string, std::vector<int64_t>> kWant[] = {
-      {"Source Text", {kParamTypeArbitrary, kControl, 0, 1, 2}},
+      {"Source Text", {kParamTypeArbitrary, kParamUIFlagControl, 0, 1, 2}},
       {"Transform", {kParamTypeGroupStart, 0, 0}},
       {"Position", {kParamTypePoint, 0, 0, k50, k50, k50, k50, 0}},
       {"Scale", {kParamTypeFixedSlider, 0, 0, k100, k100, k25, k400, k25, k400, 0, 0}},
       {"Horizontal Scale",
-       {kParamTypeFixedSlider, kDisabled, 0, k100, k100, k25, k400, k25, k400, 0, 0}},
+       {kParamTypeFixedSlider, kParamUIFlagDisabled, 0, k100, k100, k25, k400, k25, k400, 0, 0}},
       {"", {kParamTypeCheckbox, 0, 0x42, 1, 1}},
       {"Rotation", {kParamTypeAngle, 0, 0, 0}},
       {"Opacity", {kParamTypeFixedSlider, 0, 0, k100, k100, 0, k100, 0, k100, 1, 1}},
