@@ -32,11 +32,6 @@ struct Image {
   int32_t row_bytes() const { return bottom_up ? -4 * w : 4 * w; }
   uint32_t* base() { return px.data() + (bottom_up ? size_t(h - 1) * w : 0); }
   uint32_t& at(int32_t x, int32_t y) { return base()[ptrdiff_t(y) * (bottom_up ? -w : w) + x]; }
-  std::vector<uint32_t> visual() {  // top row first
-    std::vector<uint32_t> v;
-    for (int32_t y = 0; y < h; ++y) v.insert(v.end(), &at(0, y), &at(0, y) + w);
-    return v;
-  }
 };
 
 template <typename F>
@@ -160,7 +155,9 @@ TEST(IRMotion, RowOrderFormatAndAKeptReductionGiveTheSameBytes) {
   for (size_t i = 0; i < want.px.size(); ++i) changed += want.px[i] != before.px[i];
   EXPECT_GT(changed, 300);
   ASSERT_EQ(Draw(src_bu, bu, p), 0);
-  EXPECT_EQ(bu.visual(), want.px);
+  EXPECT_EQ(bu.px, Paint(
+                       100, 60, [&](int32_t x, int32_t y) { return want.at(x, y); }, true)
+                       .px);
   ASSERT_EQ(
       Draw(src, vuya,
            {.dst = p.dst, .src = p.src, .scale = p.scale, .rot = p.rot, .format = kIRFormatVUYA8}),
@@ -172,6 +169,7 @@ TEST(IRMotion, RowOrderFormatAndAKeptReductionGiveTheSameBytes) {
   ASSERT_EQ(std::pair(fx, fy), std::pair(4, 3));
   const uint64_t size = IR_PrefilterSize(300, 120, fx, fy);
   EXPECT_EQ(size, (75u + 2) * (40u + 2) * 4);
+  EXPECT_EQ(IR_PrefilterSize(300, 120, 0, 3), 0u);
   std::vector<uint8_t> reduced(size);
   IR_Prefiltered pf;
   for (uint64_t n : {size - 1, size})
@@ -184,6 +182,7 @@ TEST(IRMotion, RowOrderFormatAndAKeptReductionGiveTheSameBytes) {
     ASSERT_EQ(Draw(pf, again, p), 0);
     EXPECT_EQ(again.px, want.px);
   }
+  EXPECT_EQ(Draw(pf, want, {.format = 5}), -1);
   pf.width = 74;  // does not describe the source any more
   EXPECT_EQ(Draw(pf, want, p), -1);
 }
@@ -219,6 +218,8 @@ TEST(IRMotion, DrawsOnlyWhatIsInFrameAndInTheSourceRect) {
   for (const Place& p : {Place{.dst = {3.0f, 0.5f}}, Place{.dst = {0.5f, -0.3f}},
                          Place{.scale = {0, 1}}, Place{.rect = empty}})
     EXPECT_EQ(Draw(src, dst, p), 0);
+  Image none(4, 0);
+  EXPECT_EQ(Draw(none, dst, {}), 0);  // an empty source: nothing to draw, no fault
   EXPECT_EQ(dst.px, before);
   // Partly visible: only the visible part, without touching memory outside.
   EXPECT_EQ(Draw(src, dst, {.dst = {0, 0}}), 0);
@@ -314,6 +315,7 @@ TEST(IRExactPath, SpansBoundTheVisiblePixelsOfEachRow) {
   const auto* image = reinterpret_cast<const uint32_t*>(r.image.data());
   for (int32_t i = 0; i < r.pf.height; ++i) {
     const int32_t a = r.spans[size_t(2 * i)], b = r.spans[size_t(2 * i + 1)];
+    ASSERT_TRUE(0 <= a && a <= b && b <= r.pf.width) << i;
     const uint32_t* row = image + (i + 1) * (r.pf.width + 2) + 1;
     for (int32_t x = 0; x < r.pf.width; ++x)
       ASSERT_TRUE(row[x] == 0 || (x >= a && x < b)) << i << "," << x;
@@ -326,12 +328,11 @@ TEST(IRExactPath, SpansBoundTheVisiblePixelsOfEachRow) {
 
 TEST(IRPlacedLayer, BlendsWithinOneOfTheDirectCompositeAndTouchesNothingOutsideItsRectangle) {
   Reduced r(400, 160, 3);
-  const Place cases[] = {
-      {.scale = {0.25f, 0.25f}, .rot = 30},                          // turned
-      {.scale = {0.25f, 0.25f}, .rot = -75.5, .opacity = 0.4f},      // the other way, faded
-      {.dst = {0.47f, 0.52f}, .scale = {0.21f, 0.3f}},               // upright, off the pixel grid
-      {.dst = {0.05f, 0.95f}, .scale = {0.25f, 0.25f}, .rot = 200},  // mostly off the frame
-  };
+  // Turned; the other way and faded; upright but scaled off the pixel grid; mostly off the frame.
+  const Place cases[] = {{.scale = {0.25f, 0.25f}, .rot = 30},
+                         {.scale = {0.25f, 0.25f}, .rot = -75.5, .opacity = 0.4f},
+                         {.dst = {0.47f, 0.52f}, .scale = {0.21f, 0.3f}},
+                         {.dst = {0.05f, 0.95f}, .scale = {0.25f, 0.25f}, .rot = 200}};
   for (const Place& c : cases)
     for (bool bottom_up : {false, true}) {
       SCOPED_TRACE(testing::Message() << c.rot << (bottom_up ? " bottom-up" : ""));
@@ -385,9 +386,11 @@ TEST(IRPlacedLayer, WholePixelPlacementsAndBadArgumentsAreNotForALayer) {
       IR_PlacePrefiltered(&r.pf, 240, 100, c, c, q, 30.0, rect, layer.data(), layer.size() - 1),
       -1);
   EXPECT_EQ(std::count(layer.begin(), layer.end(), 0), std::ptrdiff_t(layer.size()));
-  // A layer is blended only as a factor-1 image.
+  // A layer is blended only as a factor-1 image, and only onto a destination.
   Image dst = Paint(240, 100, Backdrop);
+  const IR_Prefiltered one{layer.data(), 1, 1, 1, 1, 1, 1, nullptr, 0, 0, 0};
   EXPECT_EQ(IR_CompositeLayer(&r.pf, kIRFormatBGRA8, dst.base(), 960, 240, 100, 0, 0, 1.0f), -1);
+  EXPECT_EQ(IR_CompositeLayer(&one, kIRFormatBGRA8, nullptr, 960, 240, 100, 0, 0, 1.0f), -1);
 }
 
 #if defined(__SSE2__)
@@ -396,34 +399,27 @@ TEST(IRKernels, SimdResampleRowEqualsScalar) {
   // of one pixel each, opaque and translucent, so that many samples see four equal pixels (the
   // inside of a glyph).
   const int32_t wp = 40, hp = 30;
-  std::vector<uint8_t> src(size_t(wp) * hp * 4, 0);
-  for (int32_t y = 1; y < hp - 1; ++y)
-    for (int32_t x = 1; x < wp - 1; ++x) {
-      uint8_t* p = &src[(size_t(y) * wp + x) * 4];
-      const int32_t bx = x < wp / 2 ? x : x / 4 * 4, by = x < wp / 2 ? y : y / 4 * 4;
-      p[3] = (x >= wp / 2 && (bx / 4) % 2 == 0) ? 255 : uint8_t((bx * 37 + by * 11) % 256);
-      for (int c = 0; c < 3; ++c) p[c] = uint8_t(p[3] * ((bx + c * by) % 5) / 4);
-    }
+  Image src = Paint(wp, hp, [](int32_t x, int32_t y) {
+    if (x == 0 || y == 0 || x == wp - 1 || y == hp - 1) return kClear;
+    const int32_t bx = x < wp / 2 ? x : x / 4 * 4, by = x < wp / 2 ? y : y / 4 * 4;
+    const uint32_t a = (x >= wp / 2 && (bx / 4) % 2 == 0) ? 255 : (bx * 37 + by * 11) % 256;
+    return Px(a * (bx % 5) / 4, a * ((bx + by) % 5) / 4, a * ((bx + 2 * by) % 5) / 4, a);
+  });
+  // Upright, turned, magnified, running off every edge, half opaque; across the blocks, opaque
+  // and faded.
   struct Row {
     float u0, du, v0, dv, opacity;
-  } rows[] = {
-      // Upright, turned, magnified, running off every edge, half opaque.
-      {0.0f, 1.0f, 5.0f, 0.0f, 1.0f},
-      {-3.5f, 0.87f, 2.2f, 0.5f, 0.7f},
-      {30.0f, -0.31f, 28.9f, -0.2f, 1.0f},
-      {-5.0f, 0.25f, -2.0f, 0.6f, 0.5f},
-      {10.3f, 0.0f, 3.7f, 0.0f, 0.33f},
-      {-1e6f, 1e5f, 1e6f, -1e5f, 1.0f},
-      // Across the blocks, opaque and faded.
-      {18.0f, 0.3f, 4.1f, 0.2f, 1.0f},
-      {21.3f, 0.27f, 24.0f, -0.31f, 0.8f},
-  };
+  } rows[] = {{0.0f, 1.0f, 5.0f, 0.0f, 1.0f},      {-3.5f, 0.87f, 2.2f, 0.5f, 0.7f},
+              {30.0f, -0.31f, 28.9f, -0.2f, 1.0f}, {-5.0f, 0.25f, -2.0f, 0.6f, 0.5f},
+              {10.3f, 0.0f, 3.7f, 0.0f, 0.33f},    {-1e6f, 1e5f, 1e6f, -1e5f, 1.0f},
+              {18.0f, 0.3f, 4.1f, 0.2f, 1.0f},     {21.3f, 0.27f, 24.0f, -0.31f, 0.8f}};
   for (const Row& r : rows) {
     std::vector<uint8_t> a(64 * 4);
     for (size_t i = 0; i < a.size(); ++i) a[i] = uint8_t(i * 29 + 3);
     std::vector<uint8_t> b = a, before = a;
-    ir::BlendRowScalar(src.data(), wp, hp, r.u0, r.du, r.v0, r.dv, a.data(), 64, r.opacity);
-    ir::BlendRowSse2(src.data(), wp, hp, r.u0, r.du, r.v0, r.dv, b.data(), 64, r.opacity);
+    const auto* p = reinterpret_cast<const uint8_t*>(src.base());
+    ir::BlendRowScalar(p, wp, hp, r.u0, r.du, r.v0, r.dv, a.data(), 64, r.opacity);
+    ir::BlendRowSse2(p, wp, hp, r.u0, r.du, r.v0, r.dv, b.data(), 64, r.opacity);
     EXPECT_EQ(a, b) << r.u0 << " " << r.du;
     EXPECT_TRUE(r.u0 != 0 || a != before);  // the upright row draws
   }

@@ -73,23 +73,15 @@ std::u16string Read(const std::u16string& t) {
   return Read(t.data(), t.size());
 }
 
-std::string U8(const std::u16string& t) {
-  return vxcore::UTF16ToUTF8(t);
-}
-const vxcore::Object& AsObject(const VariantPtr& v) {
-  return boost::any_cast<const vxcore::Object&>(*v);
-}
-
 TEST(Json, BothReadersDeliverTheSameValues) {
   const std::u16string z60(60, u'0'), z400(400, u'0'), z800(800, u'0');
   const std::u16string raw_high = std::u16string(u"[\"a") + char16_t(0xD800) + u"b\"]";
   const std::u16string raw_low = std::u16string(u"[\"") + char16_t(0xDC00) + u"\"]";
   struct Case {
-    std::u16string text, want;
+    std::u16string text, want;  // an empty want: the text itself
   } cases[] = {
       // Integers keep their kind: int64 where they fit, uint64 beyond, double beyond that.
-      {u"[40,-3,-9223372036854775808,9223372036854775807,18446744073709551615,4294967295]",
-       u"[40,-3,-9223372036854775808,9223372036854775807,18446744073709551615,4294967295]"},
+      {u"[40,-3,-9223372036854775808,9223372036854775807,18446744073709551615,4294967295]", u""},
       {u"[18446744073709551616,0.1,1e300,-0.0,40.0,true,false,null]",
        u"[18446744073709553000.0,0.1,1e300,-0.0,40.0,true,false,null]"},
       // At the edges of the double range, correctly rounded; underflow keeps its sign.
@@ -116,14 +108,15 @@ TEST(Json, BothReadersDeliverTheSameValues) {
       {u"[\"\\\\\\uD800\\\\\"]", u"[\"\\\\\uFFFD\\\\\"]"},
       {u"[\"\\uD83D\\uDE00\\uDE00\\uD83D\"]", u"[\"\U0001F600\uFFFD\uFFFD\"]"},
       {u"[\"\\uD800\\uD800\\uDC00\"]", u"[\"\uFFFD\U00010000\"]"},
-      {u"{\"\\uDBFF\":\"\\uDBFF\\uDFFF\"}", u"{\"\uFFFD\":\"\U0010FFFF\"}"},
+      {u"{\"\\udbfa\":\"\\udbff\\udfff\"}", u"{\"\uFFFD\":\"\U0010FFFF\"}"},
       {raw_high, u"[\"a\uFFFDb\"]"},
       {raw_low, u"[\"\uFFFD\"]"},
       // A number right after a mended escape.
       {u"{\"\\uD800\":4.9406564584124654e-324,\"x\":0.1000000000000000000000000000001}",
        u"{\"\uFFFD\":5e-324,\"x\":0.1}"},
   };
-  for (const Case& c : cases) EXPECT_EQ(Read(c.text), c.want) << U8(c.text);
+  for (const Case& c : cases)
+    EXPECT_EQ(Read(c.text), c.want.empty() ? c.text : c.want) << vxcore::UTF16ToUTF8(c.text);
 
   const char16_t* refused[] = {
       u"",        u"   ",        u"{",         u"{\"a\":1",   u"{\"a\":1}x", u"[1,]",
@@ -132,12 +125,14 @@ TEST(Json, BothReadersDeliverTheSameValues) {
       u"[NaN]",   u"[1e]",       u"[tru]",     u"[\"a\nb\"]", u"{\"a\":1,}", u"//c\n1",
       u"[1e309]", u"[-9.9e308]", u"[1.8e308]",
   };
-  for (const char16_t* t : refused) EXPECT_EQ(Read(t), kRefused) << U8(t);
+  for (const char16_t* t : refused) EXPECT_EQ(Read(t), kRefused) << vxcore::UTF16ToUTF8(t);
   EXPECT_EQ(Read(u"[1" + z400 + u"]"), kRefused);  // beyond the largest double
 
   // Of duplicate keys, the first is the one found.
   VariantPtr dup = JSONParse(u"{\"b\":1,\"b\":3}");
-  EXPECT_EQ(boost::any_cast<int64_t>(*vxcore::GetVariantInObject(AsObject(dup), "b")), 1);
+  EXPECT_EQ(boost::any_cast<int64_t>(
+                *vxcore::GetVariantInObject(boost::any_cast<const vxcore::Object&>(*dup), "b")),
+            1);
 }
 
 TEST(Json, ReadersJudgeOnlyTheGivenUnits) {
@@ -235,7 +230,7 @@ TEST(Json, WrittenTextReadsBackToTheSameValues) {
 TEST(Json, WritersSpellNonFiniteAndInvalidUtf8AndRefuseForeignKinds) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
   const double inf = std::numeric_limits<double>::infinity();
-  const std::string bad = std::string("a\xFF") + "b";
+  const std::string bad = std::string("a\x80") + "b";
   VariantPtr arr = vxcore::MakeArray();
   for (VariantPtr v : {VariantPtr(), MakeVariant(nan), MakeVariant(-inf), MakeVariant(bad)})
     vxcore::AppendToArray(arr, v);
