@@ -48,6 +48,17 @@ inline SLO::Value FromBinary(const std::vector<uint8_t>& bytes) {
   return SLO::BinaryPDFReader(copy.get(), bytes.size()).Parse();
 }
 
+// The error that `f` throws; one with source "nothing thrown" and line 0 when it throws none.
+template <typename F>
+SLO::Error Refusal(F f) {
+  try {
+    f();
+  } catch (const SLO::Error& e) {
+    return e;
+  }
+  return SLO::Error("nothing thrown", 0, "");
+}
+
 // Random trees. With `text_safe`, reals are multiples of 1/32 below 2^20 (exact at five places)
 // so that the text form reads back bit for bit; otherwise any bit pattern may appear.
 class TreeGen {
