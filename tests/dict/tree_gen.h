@@ -61,8 +61,7 @@ SLO::Error Refusal(F f) {
 
 // Random trees. With `text_safe`, reals are multiples of 1/32 below 2^20 (exact at five places)
 // so that the text form reads back bit for bit; otherwise any bit pattern may appear.
-class TreeGen {
- public:
+struct TreeGen {
   TreeGen(uint32_t seed, bool text_safe) : rng_(seed), text_safe_(text_safe) {}
 
   SLO::Value Tree(int depth = 0) {
@@ -74,12 +73,8 @@ class TreeGen {
     if (pick == 3) return Value::String(String());
     if (pick <= 5) return Value::Name(Name());
     Value v = pick == 6 ? Value::Array() : Value::Dictionary();
-    for (int i = Int(0, 4); i > 0; --i) {
-      if (pick == 6)
-        v.Push(Tree(depth + 1));
-      else
-        v.Add(Name(), Tree(depth + 1));
-    }
+    for (int i = Int(0, 4); i > 0; --i)
+      pick == 6 ? (void)v.Push(Tree(depth + 1)) : (void)v.Add(Name(), Tree(depth + 1));
     return v;
   }
 
@@ -109,17 +104,14 @@ class TreeGen {
   }
 
   std::string Name() {
-    std::string n;
-    for (int i = Int(1, 10); i > 0; --i) {
-      char c;
+    std::string n(Int(1, 10), '!');
+    for (char& c : n) {
       do c = static_cast<char>(Int(0x21, 0x7E));
       while (SLO::CheckNameUnit(static_cast<char16_t>(c)) != 0);
-      n.push_back(c);
     }
     return n;
   }
 
- private:
   std::mt19937 rng_;
   bool text_safe_;
 };
