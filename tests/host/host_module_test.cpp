@@ -7,7 +7,7 @@
 using namespace vxhost;
 using namespace vxhost_test;
 
-TEST(HostLoad, ReportsMissingFileMissingEntryAndTheDefaultPath) {
+TEST(HostLoad, ReportsMissingFilesAndEntriesReadsTheInfoNoteAndTheDefaultPath) {
   Host host;
   const std::pair<std::string, std::string> bad[] = {
       {"/nonexistent/dir/VEText.so", "/nonexistent/dir/VEText.so"},
@@ -18,6 +18,11 @@ TEST(HostLoad, ReportsMissingFileMissingEntryAndTheDefaultPath) {
     EXPECT_EQ(host.Load(path, &error), nullptr);
     EXPECT_NE(error.find(mention), std::string::npos) << error;
   }
+  // The module's info note is read before setup: a key is matched whole, up to its "=".
+  auto module = LoadTestModule(host);
+  const std::pair<std::string, std::string> info[] = {
+      {"name", "$$$/Test/Name=Stand-in"}, {"category", "Test"}, {"nam", ""}, {"nameless", ""}};
+  for (const auto& [key, value] : info) EXPECT_EQ(module->Info(key), value) << key;
   setenv("VETEXT_MODULE", "/tmp/elsewhere/VEText.so", 1);
   EXPECT_EQ(DefaultModulePath(), "/tmp/elsewhere/VEText.so");
   unsetenv("VETEXT_MODULE");

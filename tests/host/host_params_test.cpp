@@ -12,28 +12,21 @@ using HostParams = StandInInstance;
 
 TEST_F(HostParams, NumbersHoldOutsideTheKeyframesAndInterpolateLinearlyBetween) {
   // The key at 1 s is inserted between the others, then replaced.
-  Keys(kScale, {{0, {100}}, {2, {300}}, {1, {999}}, {1, {200}}});
+  Keys(kScale, {{0, {100}}, {2, {300}}, {1, {999}}, {1, {250}}});
   // On each keyframe, a step (1/1024 s) either side of it, and beyond the first and the last.
+  auto want = [](double t) {
+    return t <= 0 ? 100 : t <= 1 ? 100 + 150 * t : t <= 2 ? 200 + 50 * t : 300;
+  };
   const double e = 1.0 / 1024;
-  const std::pair<double, double> at[] = {{-5, 100},   {-e, 100},
-                                          {0, 100},    {e, 100 + 100 * e},
-                                          {0.5, 150},  {1 - e, 200 - 100 * e},
-                                          {1, 200},    {1 + e, 200 + 100 * e},
-                                          {1.25, 225}, {2 - e, 300 - 100 * e},
-                                          {2, 300},    {2 + e, 300},
-                                          {9, 300}};
-  for (const auto& [time, value] : at) EXPECT_EQ(inst_->ValueAt(kScale, time).x, value) << time;
-
+  for (double t : {-5.0, -e, 0.0, e, 0.5, 1 - e, 1.0, 1 + e, 1.25, 2 - e, 2.0, 2 + e, 9.0})
+    EXPECT_DOUBLE_EQ(inst_->ValueAt(kScale, t).x, want(t)) << t;
   Keys(kPoint, {{0, {0, 0}}, {4, {40, 80}}});
-  ParamValue p = inst_->ValueAt(kPoint, 1.0);
-  EXPECT_EQ(p.x, 10.0);
-  EXPECT_EQ(p.y, 20.0);
-
-  // The module sees the interpolated value in 16.16 at render time.
+  const ParamValue p = inst_->ValueAt(kPoint, 1.0);
+  EXPECT_EQ(std::tuple(p.x, p.y), std::tuple(10.0, 20.0));
+  // The module sees the interpolated values in 16.16 at render time.
   Frame in(200, 100), out(200, 100);
   ASSERT_EQ(inst_->Render(0.5, in, out), kStatusOk);
-  EXPECT_EQ(out.row(0)[0], 150);
-  EXPECT_EQ(out.row(0)[4], 5);
+  EXPECT_EQ(std::tuple(out.row(0)[0], out.row(0)[4]), std::tuple(175, 5));
 
   // A constant clears the keyframes.
   ASSERT_EQ(inst_->SetValue(kScale, {42}), kStatusOk);
@@ -42,8 +35,7 @@ TEST_F(HostParams, NumbersHoldOutsideTheKeyframesAndInterpolateLinearlyBetween) 
   EXPECT_EQ(inst_->ValueAt(kScale, 0.5).x, 100.0);
   // Declared not animatable: each keyframe request sets the constant.
   Keys(kCheck, {{1, {0, 0, false}}, {3, {0, 0, true}}});
-  EXPECT_TRUE(inst_->ValueAt(kCheck, 0).flag);
-  EXPECT_TRUE(inst_->ValueAt(kCheck, 2).flag);
+  EXPECT_TRUE(inst_->ValueAt(kCheck, 0).flag && inst_->ValueAt(kCheck, 2).flag);
   EXPECT_EQ(inst_->SetValue(0, {}), kStatusBadCallbackParam);  // the layer holds no value
   EXPECT_EQ(inst_->SetValue(kCount, {}), kStatusBadCallbackParam);
 }
@@ -86,12 +78,15 @@ TEST_F(HostParams, CheckoutThroughParamUtilsSeesTheValueAtTheCallTime) {
   ASSERT_EQ(inst_->Command(kCmdUserChangedParam, &extra, 1.0), kStatusOk);
   EXPECT_STREQ(inst_->last_output().message, ("value=" + std::to_string(150 << 16)).c_str());
 
+  // Checkin frees the copy made between keyframes, and leaves the stored value on a keyframe.
   Keys(kDoc, {{0, Doc("abc")}, {2, Doc("abcdef")}});
   const int64_t live = host_.stats().live_handles.load();
   extra.change.param_index = kDoc;
-  ASSERT_EQ(inst_->Command(kCmdUserChangedParam, &extra, 1.0), kStatusOk);
-  EXPECT_STREQ(inst_->last_output().message, "bytes=3");
-  EXPECT_EQ(host_.stats().live_handles.load(), live);  // checkin freed the interpolated copy
+  for (const auto& [time, text] : {std::pair(1.0, "bytes=3"), std::pair(2.0, "bytes=6")}) {
+    ASSERT_EQ(inst_->Command(kCmdUserChangedParam, &extra, time), kStatusOk);
+    EXPECT_STREQ(inst_->last_output().message, text);
+    EXPECT_EQ(host_.stats().live_handles.load(), live) << time;
+  }
 }
 
 TEST_F(HostParams, VideoSegmentSuiteAnswersByGpuIndex) {

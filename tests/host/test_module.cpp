@@ -8,7 +8,10 @@
 
 #include "vetext/effect.h"
 #include "vetext/labels.h"
+#include "vetext/module_info.h"
 #include "vetext/suites.h"
+
+VX_MODULE_INFO("name=$$$/Test/Name=Stand-in\0category=Test\0nameless");
 
 namespace {
 
@@ -72,17 +75,14 @@ VxStatus ParamsSetup(InputRecord* in, OutputRecord* out) {
   VxHandle h = u->new_handle(sizeof kDefault - 1);
   if (!h) return kStatusOutOfMemory;
   std::memcpy(*h, kDefault, sizeof kDefault - 1);
-  ParamDef defs[kCount - 1] = {};
-  defs[0].param_type = kParamTypeArbitrary;
-  defs[0].u.arb_d.dephault = h;
-  defs[1].param_type = kParamTypeFixedSlider;
-  defs[1].u.fd.dephault = 100 << 16;
-  defs[2].param_type = kParamTypeAngle;
-  defs[3].param_type = kParamTypeCheckbox;
-  defs[3].flags = kParamFlagCannotTimeVary | kParamFlagSupervise;
-  defs[3].u.bd.dephault = 1;
-  defs[4].param_type = kParamTypePoint;
-  defs[4].u.td.x_dephault = defs[4].u.td.y_dephault = 50 << 16;
+  ParamDef defs[] = {{.param_type = kParamTypeArbitrary, .u = {.arb_d = {.dephault = h}}},
+                     {.param_type = kParamTypeFixedSlider, .u = {.fd = {.dephault = 100 << 16}}},
+                     {.param_type = kParamTypeAngle},
+                     {.param_type = kParamTypeCheckbox,
+                      .flags = kParamFlagCannotTimeVary | kParamFlagSupervise,
+                      .u = {.bd = {.dephault = 1}}},
+                     {.param_type = kParamTypePoint,
+                      .u = {.td = {.x_dephault = 50 << 16, .y_dephault = 50 << 16}}}};
   for (int i = 0; i < kCount - 1; ++i) {
     defs[i].id = i + 1;
     const int label = i == 0 ? 3 : i == 1 ? 1 : -1;  // Source Text, Scale
