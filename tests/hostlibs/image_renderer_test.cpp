@@ -1,6 +1,5 @@
-// The compositor: placement, filtering, rotation direction, blending, row order, formats and
-// edges of IR_Motion; the kept reduction, the one-to-one path and placed layers against the
-// direct resample; and the SIMD kernels against their scalar references, byte for byte.
+// The compositor: IR_Motion's placement, filtering, blending, row order, formats and edges; its
+// other paths against the direct resample; the SIMD kernels against the scalar ones, bytewise.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -21,8 +20,7 @@ uint32_t Px(uint32_t b, uint32_t g, uint32_t r, uint32_t a) {
   return (b & 255) | (g & 255) << 8 | (r & 255) << 16 | (a & 255) << 24;
 }
 
-// When bottom_up, rows are stored last row first and base() is the visual top row with a
-// negative row step, as hosts with bottom-up frames hand them over.
+// Bottom-up images store the last row first; base() is the visual top row, row bytes negative.
 struct Image {
   int32_t w, h;
   bool bottom_up;
@@ -31,6 +29,7 @@ struct Image {
       : w(w_), h(h_), bottom_up(bu), px(size_t(w_) * h_, fill) {}
   int32_t row_bytes() const { return bottom_up ? -4 * w : 4 * w; }
   uint32_t* base() { return px.data() + (bottom_up ? size_t(h - 1) * w : 0); }
+  uint8_t* bytes() { return reinterpret_cast<uint8_t*>(base()); }
   uint32_t& at(int32_t x, int32_t y) { return base()[ptrdiff_t(y) * (bottom_up ? -w : w) + x]; }
 };
 
@@ -84,8 +83,7 @@ TEST(IRMotion, IdentityPlacesEachPixelExactlyAndBlendsWithOpacity) {
   want.at(12, 12) = Px(52, 71, 89, 255);  // grey * (1 - 40/255) + (10, 20, 30)
   EXPECT_EQ(dst.px, want.px);
 
-  // At opacity 0.5: keep = 1 - (160/255) * 0.5 = 0.68627, out = dst * keep + src * 0.5, alpha
-  // alike. Opacity 0, or a transparent source, leave the destination as it was.
+  // keep = 1 - 160/255 * opacity; out = dst * keep + src * opacity, alpha alike.
   const uint32_t s = Px(40, 80, 120, 160);
   struct Case {
     uint32_t src, dst;
@@ -108,7 +106,7 @@ TEST(IRMotion, RotatesCounterClockwiseAndScalesAboutTheSourcePoint) {
     for (int32_t x = 36; x < 40; ++x) bar.at(x, y) = kRed;
   struct Case {
     Place p;
-    std::vector<uint32_t> probes;  // (x, y, pixel)
+    std::vector<uint32_t> probes;
   } cases[] = {
       // Turned about its centre: vertical through x = 50, the marker up for +90, down for -90.
       {{.rot = 90}, {50,     32, kRed, 49,     31, kRed, 50,     66, kWhite, 50,    50,
@@ -145,7 +143,6 @@ TEST(IRMotion, QuarterScaleCheckerboardIsFlatGrey) {
 }
 
 TEST(IRMotion, RowOrderFormatAndAKeptReductionGiveTheSameBytes) {
-  // Factors 4 and 3.
   Place p{.dst = {0.45f, 0.55f}, .src = {0.25f, 0.75f}, .scale = {0.25f, 0.26f}, .rot = 21};
   Image src = Paint(300, 120, Pattern), src_bu = Paint(300, 120, Pattern, true);
   const Image before = Paint(100, 60, Backdrop);
@@ -187,39 +184,31 @@ TEST(IRMotion, RowOrderFormatAndAKeptReductionGiveTheSameBytes) {
   EXPECT_EQ(Draw(pf, want, p), -1);
 }
 
-TEST(IRMotion, BadArgumentsLeaveTheDestinationUntouched) {
-  Image src(4, 4, kWhite), dst = Paint(8, 8, Backdrop);
+TEST(IRMotion, RefusesBadArgumentsAndDrawsOnlyWhatIsInFrameAndInTheSourceRect) {
+  Image src(16, 16, kWhite), dst = Paint(32, 32, Backdrop);
   const std::vector<uint32_t> before = dst.px;
   auto motion = [&](int32_t sf, int32_t df, int32_t src_rb, int32_t dst_rb, void* d, float sx,
                     bool blend) {
-    return IR_Motion(src.base(), src_rb, 4, 4, sf, 0, nullptr, d, dst_rb, 8, 8, df, 0, 1, 1,
+    return IR_Motion(src.base(), src_rb, 16, 16, sf, 0, nullptr, d, dst_rb, 32, 32, df, 0, 1, 1,
                      {0.5f, 0.5f}, {0.5f, 0.5f}, {sx, 1}, 0.0, 1.0f, blend, 0.0, false, 0, 4, true);
   };
   const int32_t B = kIRFormatBGRA8;
   void* d = dst.base();
-  EXPECT_EQ(motion(0x61726762, 0x61726762, 16, 32, d, 1, true), -1);  // a code, not a format
-  EXPECT_EQ(motion(5, 5, 16, 32, d, 1, true), -1);
-  EXPECT_EQ(motion(B, kIRFormatVUYA8, 16, 32, d, 1, true), -1);
-  EXPECT_EQ(motion(B, B, 12, 32, d, 1, true), -1);
-  EXPECT_EQ(motion(B, B, 16, -28, d, 1, true), -1);
-  EXPECT_EQ(motion(B, B, 16, 32, nullptr, 1, true), -1);
-  EXPECT_EQ(motion(B, B, 16, 32, d, NAN, true), -1);
-  EXPECT_EQ(motion(B, B, 16, 32, d, 1, false), -1);
-  EXPECT_EQ(dst.px, before);
-  EXPECT_TRUE(IR_IsOriginBottomLeft(kIRFormatBGRA8));
-  EXPECT_FALSE(IR_IsOriginBottomLeft(kIRFormatVUYA8));
-}
-
-TEST(IRMotion, DrawsOnlyWhatIsInFrameAndInTheSourceRect) {
-  Image src(16, 16, kWhite), dst = Paint(32, 32, Backdrop);
-  const std::vector<uint32_t> before = dst.px;
+  EXPECT_EQ(motion(0x61726762, 0x61726762, 64, 128, d, 1, true), -1);  // a code, not a format
+  EXPECT_EQ(motion(5, 5, 64, 128, d, 1, true), -1);
+  EXPECT_EQ(motion(B, kIRFormatVUYA8, 64, 128, d, 1, true), -1);
+  EXPECT_EQ(motion(B, B, 60, 128, d, 1, true), -1);
+  EXPECT_EQ(motion(B, B, 64, -124, d, 1, true), -1);
+  EXPECT_EQ(motion(B, B, 64, 128, nullptr, 1, true), -1);
+  EXPECT_EQ(motion(B, B, 64, 128, d, NAN, true), -1);
+  EXPECT_EQ(motion(B, B, 64, 128, d, 1, false), -1);
+  // Nothing to draw: off the frame, zero scale, an empty source rect, an empty source.
   const int32_t empty[4] = {5, 5, 5, 9}, rect[4] = {2, 1, 7, 5};
-  // Off to the right, just out of reach above, zero scale, an empty source rect.
   for (const Place& p : {Place{.dst = {3.0f, 0.5f}}, Place{.dst = {0.5f, -0.3f}},
                          Place{.scale = {0, 1}}, Place{.rect = empty}})
     EXPECT_EQ(Draw(src, dst, p), 0);
   Image none(4, 0);
-  EXPECT_EQ(Draw(none, dst, {}), 0);  // an empty source: nothing to draw, no fault
+  EXPECT_EQ(Draw(none, dst, {}), 0);
   EXPECT_EQ(dst.px, before);
   // Partly visible: only the visible part, without touching memory outside.
   EXPECT_EQ(Draw(src, dst, {.dst = {0, 0}}), 0);
@@ -230,6 +219,8 @@ TEST(IRMotion, DrawsOnlyWhatIsInFrameAndInTheSourceRect) {
   ASSERT_EQ(Draw(src, small, {.dst = {0, 0}, .src = {0, 0}, .rect = rect}), 0);
   ExpectPixels(small,
                {1, 2, kBlack, 2, 1, kWhite, 6, 4, kRed, 7, 4, kBlack, 3, 0, kBlack, 3, 5, kBlack});
+  EXPECT_TRUE(IR_IsOriginBottomLeft(kIRFormatBGRA8));
+  EXPECT_FALSE(IR_IsOriginBottomLeft(kIRFormatVUYA8));
 }
 
 TEST(IRMotion, BandsOnTwoThreadsCoverTheWholeFrame) {
@@ -240,8 +231,7 @@ TEST(IRMotion, BandsOnTwoThreadsCoverTheWholeFrame) {
   EXPECT_EQ(std::count(dst.px.begin(), dst.px.end(), colour), 1920 * 1080);
 }
 
-// A premultiplied source with opaque, partial and empty regions (text-like), reduced 4 x 4, with
-// its row spans.
+// A text-like source (opaque, partial and empty regions), reduced 4 x 4, with its row spans.
 struct Reduced {
   Image src{0, 0};
   std::vector<uint8_t> image;
@@ -273,10 +263,8 @@ TEST(IRExactPath, SameBytesAsResamplingForWholePixelPlacements) {
         const Image before = Paint(240, 100, Backdrop, bottom_up);
         Image fast = before, slow = before;
         const ir::Placement pl{200, 80, x, y, 0.25, 0.25, 0, opacity};
-        auto* f = reinterpret_cast<uint8_t*>(fast.base());
-        auto* s = reinterpret_cast<uint8_t*>(slow.base());
-        ASSERT_TRUE(ir::Composite(r.pf, pl, f, fast.row_bytes(), 240, 100, true));
-        ASSERT_TRUE(ir::Composite(r.pf, pl, s, slow.row_bytes(), 240, 100, false));
+        ASSERT_TRUE(ir::Composite(r.pf, pl, fast.bytes(), fast.row_bytes(), 240, 100, true));
+        ASSERT_TRUE(ir::Composite(r.pf, pl, slow.bytes(), slow.row_bytes(), 240, 100, false));
         EXPECT_EQ(fast.px, slow.px) << x << "," << y << " opacity " << opacity;
         EXPECT_EQ(fast.px != before.px, x > 0);
       }
@@ -296,9 +284,8 @@ TEST(IRExactPath, AlignedShiftPutsADisplacedImageOnWholePixels) {
   EXPECT_EQ(shift(0.24f, 0, 16), 0);
   EXPECT_EQ(shift(0.25f, 0, 0), 0);
 
-  // A single opaque reduced pixel, declared displaced by half a pixel, with a placement half a
-  // pixel off (15 / 4 = 3.75 reduced pixels to the centre): the one-to-one path puts it on
-  // exactly one destination pixel, with no bilinear spread.
+  // One opaque reduced pixel displaced by half a pixel, placed half a pixel off (15 / 4 = 3.75):
+  // the one-to-one path puts it on exactly one destination pixel, with no bilinear spread.
   std::vector<uint32_t> image(10 * 10, kClear);
   image[4 * 10 + 4] = kWhite;
   IR_Prefiltered pf{image.data(), 8, 8, 4, 4, 30, 32, nullptr, 2, 1, 0};
@@ -313,20 +300,18 @@ TEST(IRExactPath, AlignedShiftPutsADisplacedImageOnWholePixels) {
 TEST(IRExactPath, SpansBoundTheVisiblePixelsOfEachRow) {
   Reduced r(200, 80, 3);
   const auto* image = reinterpret_cast<const uint32_t*>(r.image.data());
+  const int32_t w = r.pf.width;
   for (int32_t i = 0; i < r.pf.height; ++i) {
     const int32_t a = r.spans[size_t(2 * i)], b = r.spans[size_t(2 * i + 1)];
-    ASSERT_TRUE(0 <= a && a <= b && b <= r.pf.width) << i;
-    const uint32_t* row = image + (i + 1) * (r.pf.width + 2) + 1;
-    for (int32_t x = 0; x < r.pf.width; ++x)
-      ASSERT_TRUE(row[x] == 0 || (x >= a && x < b)) << i << "," << x;
-    if (a < b) {
-      ASSERT_TRUE(row[a] != 0 && row[b - 1] != 0) << i;
-    }
+    const uint32_t* row = image + (i + 1) * (w + 2) + 1;
+    // Within the row, from a visible pixel to one past a visible pixel, nothing visible outside.
+    ASSERT_TRUE(a == b || (0 <= a && a < b && b <= w && row[a] && row[b - 1])) << i;
+    ASSERT_EQ(std::count(row, row + a, 0u) + std::count(row + b, row + w, 0u), a + w - b) << i;
   }
   EXPECT_EQ(IR_PrefilterSpans(nullptr, r.spans.data()), -1);
 }
 
-TEST(IRPlacedLayer, BlendsWithinOneOfTheDirectCompositeAndTouchesNothingOutsideItsRectangle) {
+TEST(IRPlacedLayer, BlendsWithinOneOfTheDirectCompositeOnlyInsideItsRectangle) {
   Reduced r(400, 160, 3);
   // Turned; the other way and faded; upright but scaled off the pixel grid; mostly off the frame.
   const Place cases[] = {{.scale = {0.25f, 0.25f}, .rot = 30},
@@ -340,7 +325,6 @@ TEST(IRPlacedLayer, BlendsWithinOneOfTheDirectCompositeAndTouchesNothingOutsideI
       Image direct = before, layered = before;
       ASSERT_EQ(Draw(r.pf, direct, c), 0);
       EXPECT_NE(direct.px, before.px);
-      // The layer, made and blended through the public calls.
       int32_t rect[4];
       ASSERT_EQ(IR_PlaceBounds(&r.pf, 240, 140, c.dst, c.src, c.scale, c.rot, rect), 1);
       const int32_t lw = rect[2] - rect[0], lh = rect[3] - rect[1];
@@ -364,18 +348,14 @@ TEST(IRPlacedLayer, BlendsWithinOneOfTheDirectCompositeAndTouchesNothingOutsideI
           EXPECT_TRUE(inside || direct.at(x, y) == before.at(x, y)) << x << "," << y;
         }
     }
-}
 
-TEST(IRPlacedLayer, WholePixelPlacementsAndBadArgumentsAreNotForALayer) {
-  Reduced r(400, 160, 4);
+  // Not for a layer: upright at 1 / factor on whole pixels (a plain copy), or off the frame.
   const IR_Point c{0.5f, 0.5f}, q{0.25f, 0.25f};
   int32_t rect[4] = {};
-  // Upright at 1 / factor on whole pixels: the direct path copies pixel for pixel already.
   EXPECT_EQ(IR_PlaceBounds(&r.pf, 240, 100, c, c, q, 0.0, rect), 0);
-  EXPECT_EQ(IR_PlaceBounds(&r.pf, 240, 100, {5.0f, 5.0f}, c, q, 30.0, rect), 0);  // off the frame
+  EXPECT_EQ(IR_PlaceBounds(&r.pf, 240, 100, {5.0f, 5.0f}, c, q, 30.0, rect), 0);
   EXPECT_EQ(IR_PlaceBounds(&r.pf, 240, 100, c, c, {NAN, 0.25f}, 30.0, rect), -1);
   EXPECT_EQ(IR_PlaceBounds(nullptr, 240, 100, c, c, q, 30.0, rect), -1);
-
   ASSERT_EQ(IR_PlaceBounds(&r.pf, 240, 100, c, c, q, 30.0, rect), 1);
   std::vector<uint8_t> layer(size_t(rect[2] - rect[0] + 2) * size_t(rect[3] - rect[1] + 2) * 4, 0);
   // A rectangle other than the placement's, or a layer too small for it, is refused untouched.
@@ -395,9 +375,8 @@ TEST(IRPlacedLayer, WholePixelPlacementsAndBadArgumentsAreNotForALayer) {
 
 #if defined(__SSE2__)
 TEST(IRKernels, SimdResampleRowEqualsScalar) {
-  // A padded 40 x 30 reduction with a transparent border. The right half is made of 4 x 4 blocks
-  // of one pixel each, opaque and translucent, so that many samples see four equal pixels (the
-  // inside of a glyph).
+  // A padded reduction with a transparent border; its right half of 4 x 4 blocks of one pixel,
+  // opaque and translucent, so that many samples see four equal pixels (inside a glyph).
   const int32_t wp = 40, hp = 30;
   Image src = Paint(wp, hp, [](int32_t x, int32_t y) {
     if (x == 0 || y == 0 || x == wp - 1 || y == hp - 1) return kClear;
@@ -405,8 +384,7 @@ TEST(IRKernels, SimdResampleRowEqualsScalar) {
     const uint32_t a = (x >= wp / 2 && (bx / 4) % 2 == 0) ? 255 : (bx * 37 + by * 11) % 256;
     return Px(a * (bx % 5) / 4, a * ((bx + by) % 5) / 4, a * ((bx + 2 * by) % 5) / 4, a);
   });
-  // Upright, turned, magnified, running off every edge, half opaque; across the blocks, opaque
-  // and faded.
+  // Upright, turned, magnified, off every edge, half opaque; across the blocks, opaque, faded.
   struct Row {
     float u0, du, v0, dv, opacity;
   } rows[] = {{0.0f, 1.0f, 5.0f, 0.0f, 1.0f},      {-3.5f, 0.87f, 2.2f, 0.5f, 0.7f},
@@ -417,7 +395,7 @@ TEST(IRKernels, SimdResampleRowEqualsScalar) {
     std::vector<uint8_t> a(64 * 4);
     for (size_t i = 0; i < a.size(); ++i) a[i] = uint8_t(i * 29 + 3);
     std::vector<uint8_t> b = a, before = a;
-    const auto* p = reinterpret_cast<const uint8_t*>(src.base());
+    const uint8_t* p = src.bytes();
     ir::BlendRowScalar(p, wp, hp, r.u0, r.du, r.v0, r.dv, a.data(), 64, r.opacity);
     ir::BlendRowSse2(p, wp, hp, r.u0, r.du, r.v0, r.dv, b.data(), 64, r.opacity);
     EXPECT_EQ(a, b) << r.u0 << " " << r.du;

@@ -1,6 +1,5 @@
-// JSON: the value tree (JSONParse, GetJSONString) and the stream (JSONRead, JSONWriter) held
-// against each other on the same texts: both accept and refuse alike, deliver the same values,
-// write the same text; numbers are correctly rounded and round-trip bit for bit.
+// JSON: the tree (JSONParse, GetJSONString) and the stream (JSONRead, JSONWriter) accept, refuse,
+// deliver and write alike; numbers are correctly rounded and round-trip bit for bit.
 #include <gtest/gtest.h>
 
 #include <charconv>
@@ -20,9 +19,8 @@ using vxcore::JSONParse;
 using vxcore::MakeVariant;
 using vxcore::VariantPtr;
 
-// Writes the reader's events back out, so that what JSONRead delivers compares with what
-// JSONParse builds as text (the writers spell every kind apart). Refuses the `stop_at`-th event,
-// or throws there.
+// Writes the reader's events back out, to compare with what JSONParse builds as text (the writers
+// spell every kind apart). Refuses the `stop_at`-th event, or throws there.
 class Echo : public vxcore::JSONHandler {
  public:
   explicit Echo(bool formatted = false, int stop_at = 0, bool throws = false)
@@ -58,8 +56,7 @@ class Echo : public vxcore::JSONHandler {
 
 const std::u16string kRefused = u"refused";
 
-// Both readers on exactly n units at p: the compact text of what they read, or kRefused. Fails
-// the test when they disagree.
+// Both readers on n units at p, which must agree: the compact text of what they read, or kRefused.
 std::u16string Read(const char16_t* p, size_t n) {
   VariantPtr tree = JSONParse(p, n);
   Echo echo;
@@ -91,8 +88,8 @@ TEST(Json, BothReadersDeliverTheSameValues) {
        u"[5e-324,2.225073858507201e-308,1.7976931348623157e308]"},
       {u"[0.1" + z800 + u"1,123456789012345678901234567890]", u"[0.1,1.2345678901234568e29]"},
       // Strings: raw and escaped, BMP and astral.
-      {u"[\"h\u00E9llo \u65E5\u672C \U0001F600\",\"\\u00e9\\uD83D\\uDE00\\n\\/\\\"\"]",
-       u"[\"h\u00E9llo \u65E5\u672C \U0001F600\",\"\u00E9\U0001F600\\n/\\\"\"]"},
+      {u"[\"\u0080h\u00E9llo \u65E5\u672C \U0001F600\",\"\\u00e9\\uD83D\\uDE00\\n\\/\\\"\"]",
+       u"[\"\u0080h\u00E9llo \u65E5\u672C \U0001F600\",\"\u00E9\U0001F600\\n/\\\"\"]"},
       {u"\"bare\"", u"\"bare\""},
       // Members in text order, duplicates kept; empty keys and containers; space around the root.
       {u" \n{\"b\":1,\"a\":2,\"c\":{\"y\":1,\"x\":2},\"k\u00E9y\":{\"\":[[],{},[{}]]},\"b\":3}\t ",
@@ -101,7 +98,6 @@ TEST(Json, BothReadersDeliverTheSameValues) {
       {u"[\"a\\uD800b\"]", u"[\"a\uFFFDb\"]"},
       {u"[\"\\uD800\\u0041\"]", u"[\"\uFFFDA\"]"},
       {u"[\"\\uDC00x\"]", u"[\"\uFFFDx\"]"},
-      {u"[\"\\uD800\"]", u"[\"\uFFFD\"]"},
       {u"[\"\\uD800\\u12\"]", kRefused},
       {u"[\"\\uD800\\x\"]", kRefused},
       {u"[\"\\\\uD800\"]", u"[\"\\\\uD800\"]"},
@@ -136,8 +132,7 @@ TEST(Json, BothReadersDeliverTheSameValues) {
 }
 
 TEST(Json, ReadersJudgeOnlyTheGivenUnits) {
-  // Every strict prefix of a valid text is refused, judged on its own units: each is copied to
-  // exactly its size on the heap, so a read past it shows under ASan.
+  // Every strict prefix is refused; each is copied to its exact size, so ASan sees a read past it.
   const std::u16string full = u"{\"k\":[1,2.5,\"s\\u00e9\\uD83D\\uDE00\",true,null,{\"x\":-7}]}";
   ASSERT_NE(Read(full), kRefused);
   for (size_t n = 0; n < full.size(); ++n) {
@@ -145,8 +140,7 @@ TEST(Json, ReadersJudgeOnlyTheGivenUnits) {
     std::memcpy(copy.get(), full.data(), n * sizeof(char16_t));
     EXPECT_EQ(Read(copy.get(), n), kRefused) << n;
   }
-  const std::u16string two = u"[1][2]";
-  EXPECT_EQ(Read(two.data(), 3), u"[1]");
+  EXPECT_EQ(Read(u"[1][2]", 3), u"[1]");
   // A zero unit ends nothing: it and what follows are trailing garbage.
   EXPECT_EQ(Read(u"{}" + std::u16string(1, 0) + u"garbage"), kRefused);
   EXPECT_EQ(Read(u"[1]" + std::u16string(1, 0)), kRefused);
@@ -168,9 +162,8 @@ TEST(Json, ReadersJudgeOnlyTheGivenUnits) {
 }
 
 TEST(Json, ShortAndLongDecimalsAreCorrectlyRounded) {
-  // Significands of 1 to 18 digits at decimal exponents around the range where a single
-  // multiplication or division by a power of ten is exact: every value must be the correctly
-  // rounded one (std::from_chars is the reference).
+  // 1 to 18 digits, exponents around where one multiplication or division by a power of ten is
+  // exact: each value is the correctly rounded one (std::from_chars is the reference).
   std::mt19937_64 rng(5);
   for (int i = 0; i < 4000; ++i) {
     const int digits = 1 + int(rng() % 18);
@@ -192,8 +185,7 @@ TEST(Json, ShortAndLongDecimalsAreCorrectlyRounded) {
 }
 
 TEST(Json, WrittenTextReadsBackToTheSameValues) {
-  // A string with every kind of escape, then doubles: chosen, and random bit patterns (a third of
-  // them floats widened, as layouts hold them).
+  // A string with every kind of escape, then doubles: chosen, random (a third widened floats).
   VariantPtr arr = vxcore::MakeArray();
   vxcore::AppendToArray(arr, MakeVariant(std::string("q\"\\\n\t\x01/\xC3\xA9\xF0\x9F\x98\x80")));
   std::vector<double> values = {0.1, 1e300, -0.0, 3.0, 4.9406564584124654e-324, 12.3456f};
@@ -209,8 +201,7 @@ TEST(Json, WrittenTextReadsBackToTheSameValues) {
     SCOPED_TRACE(formatted);
     const std::u16string text = GetJSONString(arr, formatted);
     EXPECT_EQ(Read(text), GetJSONString(arr, false));
-    // The stream writer, fed the reader's events, writes the tree writer's text; twice, since
-    // TakeText starts it over.
+    // The stream writer, fed the reader's events, writes the same; twice, as TakeText restarts it.
     Echo echo(formatted);
     for (int round = 0; round < 2; ++round) {
       ASSERT_TRUE(vxcore::JSONRead(text.data(), text.size(), echo));

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <xxhash.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstring>
 #include <string>
@@ -15,13 +17,6 @@
 
 namespace {
 
-std::string Hex(const uint8_t* p, size_t n) {
-  std::string s;
-  for (size_t i = 0; i < n; ++i)
-    s += "0123456789abcdef"[p[i] >> 4], s += "0123456789abcdef"[p[i] & 15];
-  return s;
-}
-
 TEST(Utf, ValidTextRoundTripsAndBrokenTextBecomesReplacement) {
   // The first and last code point of every encoded length.
   const std::string utf8 =
@@ -32,9 +27,8 @@ TEST(Utf, ValidTextRoundTripsAndBrokenTextBecomesReplacement) {
   EXPECT_EQ(vxcore::UTF8ToUTF16(std::string()), u"");
   EXPECT_EQ(vxcore::UTF16ToUTF8(nullptr, 5), "");
 
-  // Invalid UTF-8, one replacement per maximal subpart: a lone continuation, truncated at the
-  // end, a truncated 3-byte sequence (one replacement), broken inside, overlong 2- and 3-byte
-  // forms, an encoded surrogate, beyond U+10FFFF.
+  // Invalid UTF-8, one replacement per maximal subpart: a lone continuation, truncated, broken
+  // inside, overlong 2- and 3-byte forms, an encoded surrogate, beyond U+10FFFF.
   struct Case {
     std::string in;
     std::u16string want;
@@ -50,8 +44,7 @@ TEST(Utf, ValidTextRoundTripsAndBrokenTextBecomesReplacement) {
                         {"\xFF\xFEz", u"\uFFFD\uFFFDz"},
                         {"\xF0\x9F\x98", u"\uFFFD"}};
   for (const Case& c : cases)
-    EXPECT_EQ(vxcore::UTF8ToUTF16(c.in), c.want)
-        << Hex(reinterpret_cast<const uint8_t*>(c.in.data()), c.in.size());
+    EXPECT_EQ(vxcore::UTF8ToUTF16(c.in), c.want) << testing::PrintToString(c.in);
 
   // Unpaired surrogates; a pair split by the given length is judged on the units present.
   const char16_t hi = 0xD83D, lo = 0xDE00, pair[] = {hi, lo};
@@ -61,34 +54,35 @@ TEST(Utf, ValidTextRoundTripsAndBrokenTextBecomesReplacement) {
   EXPECT_EQ(vxcore::UTF16ToUTF8(pair, 1), "\xEF\xBF\xBD");
 }
 
-TEST(MixHash, KnownDigestsStreamingAndRepeatedFinish) {
-  std::vector<uint8_t> data(5000);
-  for (size_t i = 0; i < data.size(); ++i) data[i] = static_cast<uint8_t>(i * 131 + 7);
-  XXH128_hash_t ref = XXH3_128bits(data.data(), data.size());
-  XXH128_canonical_t canon;
-  XXH128_canonicalFromHash(&canon, ref);
+using Digest = std::array<uint8_t, 16>;
 
+TEST(MixHash, KnownDigestsStreamingAndRepeatedFinish) {
   vxcore::MixHash h;
   h.MixInData("", 0);
-  uint8_t a[16], b[16];
-  h.Finish(a);
+  Digest a, b;
+  h.Finish(a.data());
   // The published XXH3-128 digest of no input, seed 0, most significant byte first.
-  EXPECT_EQ(Hex(a, 16), "99aa06d3014798d86001c324468d497f");
+  EXPECT_EQ(a, (Digest{0x99, 0xaa, 0x06, 0xd3, 0x01, 0x47, 0x98, 0xd8, 0x60, 0x01, 0xc3, 0x24, 0x46,
+                       0x8d, 0x49, 0x7f}));
   EXPECT_EQ(h.Length(), 0u);
+  // In pieces, the digest of the whole; Finish leaves the state as it was.
+  std::vector<uint8_t> data(5000);
+  for (size_t i = 0; i < data.size(); ++i) data[i] = uint8_t(i * 131 + 7);
   size_t pos = 0;
   for (size_t step : {1u, 11u, 240u, 1000u, 3748u}) {
     h.MixInData(data.data() + pos, step);
     pos += step;
   }
   EXPECT_EQ(h.Length(), data.size());
-  h.Finish(a);
-  h.Finish(b);
-  EXPECT_EQ(Hex(a, 16), Hex(canon.digest, 16));
-  EXPECT_EQ(Hex(a, 16), Hex(b, 16));
-  // More data after a Finish changes the digest.
+  XXH128_canonical_t want;
+  XXH128_canonicalFromHash(&want, XXH3_128bits(data.data(), data.size()));
+  h.Finish(a.data());
+  h.Finish(b.data());
+  EXPECT_EQ(a, std::to_array(want.digest));
+  EXPECT_EQ(a, b);
   h.MixInData("x", 1);
-  h.Finish(b);
-  EXPECT_NE(Hex(a, 16), Hex(b, 16));
+  h.Finish(b.data());
+  EXPECT_NE(a, b);
 }
 
 TEST(RecycledMemory, BlocksAreReusedAndTrimmed) {
@@ -117,10 +111,7 @@ TEST(RecycledMemory, BlocksAreReusedAndTrimmed) {
   EXPECT_GE(vxcore::RecycledMemory::PooledBytes(), 2'000'000u);
   vxcore::RecycledMemory::Trim();
   EXPECT_EQ(vxcore::RecycledMemory::PooledBytes(), 0u);
-  {
-    vxcore::RecycledMemory zero(0);
-    EXPECT_NE(zero.data(), nullptr);
-  }
+  EXPECT_NE(vxcore::RecycledMemory(0).data(), nullptr);
   EXPECT_THROW(vxcore::RecycledMemory huge(SIZE_MAX - 16), std::bad_alloc);
   vxcore::RecycledMemory::Trim();
 }
@@ -129,46 +120,34 @@ TEST(RecycledMemory, ConcurrentUseNeverSharesABlock) {
   vxcore::RecycledMemory::Trim();
   std::atomic<int> failures{0};
   std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
+  for (int t = 0; t < 4; ++t)
     threads.emplace_back([t, &failures] {
       for (int i = 0; i < 300; ++i) {
-        size_t size = 4096 + static_cast<size_t>((i * 7919 + t * 31) % 50000);
+        const size_t size = 4096 + size_t((i * 7919 + t * 31) % 50000);
         vxcore::RecycledMemory m(size);
         auto* p = static_cast<uint8_t*>(m.data());
-        const auto tag = static_cast<uint8_t>(t * 64 + i % 64);
+        const auto tag = uint8_t(t * 64 + i % 64);
         std::memset(p, tag, size);
         std::this_thread::yield();
-        for (size_t k = 0; k < size; k += 509)
-          if (p[k] != tag) ++failures;
-        if (p[size - 1] != tag) ++failures;
+        failures += std::count(p, p + size, tag) != std::ptrdiff_t(size);
       }
     });
-  }
   for (auto& th : threads) th.join();
   EXPECT_EQ(failures.load(), 0);
   EXPECT_GT(vxcore::RecycledMemory::PooledBytes(), 0u);
   vxcore::RecycledMemory::Trim();
 }
 
-std::vector<std::string>* g_lines = nullptr;
-void Collect(const char* line) {
-  g_lines->push_back(line);
-}
-
 TEST(Trace, FormatsIntoTheSinkAndIsSilentWithoutOne) {
-  std::vector<std::string> lines;
-  g_lines = &lines;
+  static std::vector<std::string> lines;
   vxcore::Trace("dropped %d", 1);
-  vxcore::SetTraceSink(&Collect);
+  vxcore::SetTraceSink([](const char* line) { lines.push_back(line); });
   vxcore::Trace("value %d of %s", 42, "x");
-  std::string big(3000, 'q');
+  const std::string big(3000, 'q');
   vxcore::Trace("%s!", big.c_str());
   vxcore::SetTraceSink(nullptr);
   vxcore::Trace("dropped too");
-  ASSERT_EQ(lines.size(), 2u);
-  EXPECT_EQ(lines[0], "value 42 of x");
-  EXPECT_EQ(lines[1], big + "!");
-  g_lines = nullptr;
+  EXPECT_EQ(lines, (std::vector<std::string>{"value 42 of x", big + "!"}));
 }
 
 TEST(Color, Bt709FullRangeAndInverse) {
