@@ -141,7 +141,7 @@ class HostProject : public StandInInstance {
 TEST_F(HostProject, SaveLoadSaveGivesIdenticalBytesAndValues) {
   ASSERT_TRUE(target_->LoadProject(saved_.data(), saved_.size(), &error_)) << error_;
   EXPECT_EQ(target_->SaveProject(), saved_);
-  EXPECT_EQ(target_->ValueAt(kDoc, 0.5).bytes, Bytes(std::string("doc\0one", 7)));
+  EXPECT_EQ(Text(target_->ValueAt(kDoc, 0.5).bytes), std::string("doc\0one", 7));
   EXPECT_EQ(Text(target_->ValueAt(kDoc, 2).bytes), "doc two");
   EXPECT_EQ(target_->ValueAt(kScale, 9).x, 33.25);
   EXPECT_EQ(target_->ValueAt(kAngle, 1.5).x, 22.5);

@@ -48,11 +48,9 @@ class StandInInstance : public ::testing::Test {
 inline std::string Text(const std::vector<uint8_t>& bytes) {
   return std::string(bytes.begin(), bytes.end());
 }
-inline std::vector<uint8_t> Bytes(const std::string& text) {
-  return std::vector<uint8_t>(text.begin(), text.end());
-}
+// A document value holding `text`.
 inline vxhost::ParamValue Doc(const std::string& text) {
-  return {0, 0, false, Bytes(text)};
+  return {0, 0, false, std::vector<uint8_t>(text.begin(), text.end())};
 }
 
 }  // namespace vxhost_test
