@@ -173,17 +173,15 @@ TEST(Color, Bt709FullRangeAndInverse) {
 TEST(Memory, PointersRememberTheirSize) {
   EXPECT_EQ(RxGetPtrSize(nullptr), 0u);
   RxDisposePtr(nullptr);
-  void* p = RxNewPtr(1234);
-  ASSERT_NE(p, nullptr);
-  EXPECT_EQ(RxGetPtrSize(p), 1234u);
-  EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % 16, 0u);
-  std::memset(p, 1, 1234);
-  void* z = RxNewPtr(0);
-  ASSERT_NE(z, nullptr);
-  EXPECT_EQ(RxGetPtrSize(z), 0u);
+  for (uint64_t size : {1234u, 0u}) {
+    void* p = RxNewPtr(size);
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(RxGetPtrSize(p), size);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % 16, 0u);
+    std::memset(p, 1, size);
+    RxDisposePtr(p);
+  }
   EXPECT_EQ(RxNewPtr(UINT64_MAX), nullptr);
-  RxDisposePtr(p);
-  RxDisposePtr(z);
 }
 
 }  // namespace
