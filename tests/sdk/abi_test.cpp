@@ -53,7 +53,6 @@ TEST(SdkLayout, ParamDefNameIsAThirtyTwoByteField) {
 TEST(SdkLayout, GlobalFlagsAreTheThreeDeclaredBits) {
   EXPECT_EQ(kEffectGlobalOutFlags,
             uint32_t(kOutFlagIExpandBuffer | kOutFlagCustomUI | kOutFlagSendUpdateParamsUI));
-  EXPECT_EQ(kOutFlagDisplayMessage, 0x100u);
 }
 
 }  // namespace
