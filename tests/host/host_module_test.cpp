@@ -132,6 +132,15 @@ TEST(HostSuites, AcquireReleaseUnknownWrongVersionAndFaults) {
   EXPECT_NE(ss->release("VEFX Suite", 1), kStatusOk);
   EXPECT_NE(ss->acquire(nullptr, 1, &suite), kStatusOk);
   EXPECT_NE(ss->acquire(kRPixSuiteName, 1, nullptr), kStatusOk);
+  // Worlds have rows of the asked width in the format's pixel size; a world of no size is refused.
+  ASSERT_EQ(ss->acquire(kPixelFormatSuiteName, 1, &suite), kStatusOk);
+  auto* pf = static_cast<const PixelFormatSuite1*>(suite);
+  OutputLayer world{};
+  EXPECT_NE(pf->new_world_of_pixel_format(nullptr, 0, 2, 0, kPixelFormatBGRA, &world), kStatusOk);
+  EXPECT_NE(pf->new_world_of_pixel_format(nullptr, 3, 0, 0, kPixelFormatBGRA, &world), kStatusOk);
+  ASSERT_EQ(pf->new_world_of_pixel_format(nullptr, 3, 2, 0, kPixelFormatBGRA16, &world), kStatusOk);
+  EXPECT_EQ(std::tuple(world.row_bytes, world.width, world.height), std::tuple(24, 3, 2));
+  EXPECT_EQ(pf->dispose_world(nullptr, &world), kStatusOk);
 
   host.faults().missing_suites = {kRPixSuiteName};
   host.faults().null_suites = {kRPixCacheSuiteName};

@@ -73,19 +73,22 @@ TEST_F(HostParams, ArbitraryDataHoldsTheEarlierKeyframeThroughTheModule) {
 
 TEST_F(HostParams, CheckoutThroughParamUtilsSeesTheValueAtTheCallTime) {
   Keys(kScale, {{0, {100}}, {2, {200}}});
-  ExtraRecord extra{};
-  extra.change.param_index = kScale;
-  ASSERT_EQ(inst_->Command(kCmdUserChangedParam, &extra, 1.0), kStatusOk);
-  EXPECT_STREQ(inst_->last_output().message, ("value=" + std::to_string(150 << 16)).c_str());
-
-  // Checkin frees the copy made between keyframes, and leaves the stored value on a keyframe.
   Keys(kDoc, {{0, Doc("abc")}, {2, Doc("abcdef")}});
   const int64_t live = host_.stats().live_handles.load();
-  extra.change.param_index = kDoc;
-  for (const auto& [time, text] : {std::pair(1.0, "bytes=3"), std::pair(2.0, "bytes=6")}) {
+  // Checkin frees the copy made between keyframes and leaves the stored value on a keyframe. The
+  // input layer may be checked out, an index past the parameters may not.
+  const std::tuple<int32_t, double, std::string> cases[] = {
+      {kScale, 1, "value=" + std::to_string(150 << 16)},
+      {kDoc, 1, "bytes=3"},
+      {kDoc, 2, "bytes=6"},
+      {0, 0, "value=0"},
+      {kCount, 0, "checkout failed"}};
+  for (const auto& [index, time, text] : cases) {
+    ExtraRecord extra{};
+    extra.change.param_index = index;
     ASSERT_EQ(inst_->Command(kCmdUserChangedParam, &extra, time), kStatusOk);
-    EXPECT_STREQ(inst_->last_output().message, text);
-    EXPECT_EQ(host_.stats().live_handles.load(), live) << time;
+    EXPECT_EQ(inst_->last_output().message, text) << index;
+    EXPECT_EQ(host_.stats().live_handles.load(), live) << index << " at " << time;
   }
 }
 

