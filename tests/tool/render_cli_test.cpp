@@ -138,7 +138,7 @@ TEST_F(RenderCli, TextSitsInTheMiddleOfAStillInputThatKeepsItsSizeAndVuyaAgrees)
 
 TEST_F(RenderCli, KeyframedTextMovesThroughAVideoAndBackOutAsPictures) {
   // Ten frames in batches of three, the text moving linearly between the keys.
-  Render({"--text", "T", "--size", "320x240", "--background", "color:#204080", "--duration", "1",
+  Render({"--text", "T", "--size", "320x240", "--background", "color:#0080c8", "--duration", "1",
           "--fps", "10", "--threads", "3", "--position", "0=60,120;0.9=260,120"},
          "in.mp4");
   MediaReader reader;
@@ -155,7 +155,7 @@ TEST_F(RenderCli, KeyframedTextMovesThroughAVideoAndBackOutAsPictures) {
   Render({"--input", "in.mp4", "--opacity", "0"}, "f_%02d.png");
   Render({"--input", "in.mp4", "--opacity", "0", "--time", "0.5"}, "half.png");
   EXPECT_FALSE(fs::exists(Path("f_11.png")));
-  const Image bg = Solid(320, 240, 0x20, 0x40, 0x80);
+  const Image bg = Solid(320, 240, 0x00, 0x80, 0xc8);
   struct Case {
     std::string picture;
     double t;
