@@ -180,7 +180,7 @@ TEST(IRMotion, RowOrderFormatAndAKeptReductionGiveTheSameBytes) {
 }
 
 TEST(IRMotion, RefusesBadArgumentsAndDrawsOnlyWhatIsInFrameAndInTheSourceRect) {
-  Image src(16, 16, kWhite), dst = Paint(32, 32, Backdrop);
+  Image src(16, 16, kWhite), none(4, 0), small(8, 8, kBlack), dst = Paint(32, 32, Backdrop);
   const std::vector<uint32_t> before = dst.px;
   auto motion = [&](int32_t sf, int32_t df, int32_t src_rb, int32_t dst_rb, void* d, float sx,
                     bool blend) {
@@ -202,7 +202,6 @@ TEST(IRMotion, RefusesBadArgumentsAndDrawsOnlyWhatIsInFrameAndInTheSourceRect) {
   for (const Place& p : {Place{.dst = {3.0f, 0.5f}}, Place{.dst = {0.5f, -0.3f}},
                          Place{.scale = {0, 1}}, Place{.rect = empty}})
     EXPECT_EQ(Draw(src, dst, p), 0);
-  Image none(4, 0);
   EXPECT_EQ(Draw(none, dst, {}), 0);
   EXPECT_EQ(dst.px, before);
   // Partly visible: only the visible part, without touching memory outside.
@@ -210,7 +209,6 @@ TEST(IRMotion, RefusesBadArgumentsAndDrawsOnlyWhatIsInFrameAndInTheSourceRect) {
   ExpectPixels(dst, {0, 0, kWhite, 7, 7, kWhite, 9, 9, before[9 * 32 + 9]});
   // Columns 2..6 and rows 1..4 of the source, in place.
   for (int32_t y = 0; y < 8; ++y) src.at(6, y) = kRed;
-  Image small(8, 8, kBlack);
   ASSERT_EQ(Draw(src, small, {.dst = {0, 0}, .src = {0, 0}, .rect = rect}), 0);
   ExpectPixels(small,
                {1, 2, kBlack, 2, 1, kWhite, 6, 4, kRed, 7, 4, kBlack, 3, 0, kBlack, 3, 5, kBlack});
