@@ -9,8 +9,7 @@ namespace vetext_test {
 
 struct DiffStats {
   int max_abs = 0;
-  double mean_abs = 0;
-  double psnr = 0;  // dB; infinity for identical pictures
+  double mean_abs = 0, psnr = 0;  // psnr in dB; infinity for identical pictures
 };
 // Over bytes [first, first + count) of each pixel (0, 3: colour only; 3, 1: alpha alone).
 DiffStats Diff(const Buffer& a, const Buffer& b, int first = 0, int count = 4);

@@ -94,16 +94,17 @@ TEST(Rasterize, TwoBandsPaintWhatOnePassPaintsAndTheGpuVariantIsItsMirror) {
 }
 
 TEST(Rasterize, DamagedRecordsDrawNothingAndNeverWriteOutside) {
-  LayoutRecord good = MakeLayout("A", Style{}, 0, 150), bad, wide_stroke = good;
+  // Placed so that a glyph drawn at any size about its origin would show.
+  LayoutRecord good = MakeLayout("A", Style{}, 100, 150), bad, wide_stroke = good;
   std::vector<CharacterRecord>& r = bad.mCharacters;
   r.assign(7, good.mCharacters[0]);
   r[0].mGlyphID = -1, r[1].mGlyphID = 1 << 30, r[2].mFontSize = -3, r[3].mFontSize = NAN;
   r[4].mFontSize = 1e30f, r[5].mOriginX = INFINITY, r[6].mOriginY = NAN;
-  EXPECT_EQ(Draw(bad, 64, 64).AlphaSum(), 0u);
+  EXPECT_EQ(Draw(bad, 200, 200).AlphaSum(), 0u);
   // No mask can hold this stroke: the fill alone is drawn.
   wide_stroke.mCharacters[0].mStrokeWidth = 1e30f;
-  ASSERT_GT(Draw(good, 64, 64).AlphaSum(), 0u);
-  EXPECT_EQ(Draw(wide_stroke, 64, 64).px, Draw(good, 64, 64).px);
+  ASSERT_GT(Draw(good, 200, 200).AlphaSum(), 0u);
+  EXPECT_EQ(Draw(wide_stroke, 200, 200).px, Draw(good, 200, 200).px);
   // A glyph hanging over every edge is clipped to the buffer: a 40 x 40 window inside a larger
   // canvas (row bytes of the canvas) leaves everything around the window untouched.
   LayoutRecord wide = MakeLayout("H", Colours(400, 100), -60, 200);
@@ -173,8 +174,7 @@ TEST(ReducedRaster, MatchesTheLiteralReductionWithinRoundingFromCachedMasks) {
   };
   for (const Case& k : cases)
     for (float dx : {0.0f, 1.25f, 2.5f, 3.75f}) {  // every sub-block position and phase
-      SCOPED_TRACE(std::string(k.text) + " fill first " + std::to_string(k.fill_first) + " dx " +
-                   std::to_string(dx));
+      SCOPED_TRACE(testing::Message() << k.text << " fill first " << k.fill_first << " " << dx);
       LayoutRecord l = MakeLayout(k.text, Colours(k.size, k.stroke, k.fill_first), 0, 0);
       Buffer full = Draw(l, k.W, k.H, k.ox + dx, k.oy, false, k.format);
       Buffer literal((k.W + 3) / 4 + 2, (k.H + 3) / 4 + 2), direct = literal;
@@ -193,7 +193,6 @@ TEST(ReducedRaster, MatchesTheLiteralReductionWithinRoundingFromCachedMasks) {
       Buffer again(direct.W, direct.H);
       ASSERT_TRUE(RasterizeLayoutReduced(l, k.W, k.H, k.ox + dx, k.oy, k.format, again.data()));
       EXPECT_EQ(GetGlyphCacheStats().misses, misses);
-      EXPECT_EQ(again.AlphaSum(), direct.AlphaSum());
       EXPECT_NE(again.px, direct.px);
     }
   // A glyph past the buffer's edge is refused, and nothing is drawn.
@@ -232,6 +231,10 @@ TEST(ReducedGlyphMask, EqualsTheBlockMeansOfTheFullMaskAtEveryOffset) {
   // both orders, at every sub-block offset and several phases. The means are computed here
   // pixel by pixel, the lower layer showing through the upper as the literal blend paints it.
   const std::u16string font = u"Liberation Sans";
+  // Each font has its own masks, also for the same glyph index at the same size.
+  const int32_t w = vetext_test::GlyphOf(font, 'W');
+  EXPECT_NE(GetGlyphMask(font, w, 100, 0, 0, 0)->fill,
+            GetGlyphMask(u"Liberation Serif", w, 100, 0, 0, 0)->fill);
   for (auto [ch, size, stroke, fill_first] :
        {std::tuple{'W', 200.0f, 0.0f, false}, std::tuple{'g', 160.0f, 12.0f, false},
         std::tuple{'O', 120.0f, 9.0f, true}, std::tuple{'.', 14.0f, 0.0f, false},
@@ -266,8 +269,7 @@ TEST(ReducedGlyphMask, EqualsTheBlockMeansOfTheFullMaskAtEveryOffset) {
             want_bot[i] =
                 uint8_t(std::min(std::floor(double(bot[i]) / 16.0 + 0.5), 255.0 - want_top[i]));
         }
-        SCOPED_TRACE(std::string(1, ch) + " phase " + std::to_string(phase) + " sub " +
-                     std::to_string(sub));
+        SCOPED_TRACE(testing::Message() << ch << " phase " << phase << " sub " << sub);
         EXPECT_EQ(red->fill, want_top);
         EXPECT_EQ(red->stroke, want_bot);
       }

@@ -78,8 +78,7 @@ class RenderHost : public ::testing::Test {
   Buffer Render(int32_t w = 640, int32_t h = 360, uint32_t format = kPixelFormatBGRA,
                 VxStatus want = 0) {
     Frame in(w, h, format), out(w, h, format);
-    in.Fill(bg_[0], bg_[1], bg_[2], bg_[3]);
-    out.Fill(1, 2, 3, 4);
+    in.Fill(bg_[0], bg_[1], bg_[2], bg_[3]), out.Fill(1, 2, 3, 4);
     EXPECT_EQ(inst_->Render(0, in, out), want);
     return ToBuffer(out);
   }
@@ -91,7 +90,8 @@ class RenderHost : public ::testing::Test {
 };
 
 TEST_F(RenderHost, PositionScaleAndRotationActAboutTheirPoints) {
-  SetDoc({{u"Centred text", 40, {1, 1, 1}, {0.2f, 0.4f, 1}, 2}});  // stroked: buffer margins
+  // Stroked (margins in the buffer), at a size whose buffer width (899) no reduction divides.
+  SetDoc({{u"Centred text", 41, {1, 1, 1}, {0.2f, 0.4f, 1}, 2}});
   const Ink base = InkOf(Render(), bg_);
   ASSERT_GT(base.count, 500);
   EXPECT_GT(base.width(), 150);
@@ -123,14 +123,16 @@ TEST_F(RenderHost, PositionScaleAndRotationActAboutTheirPoints) {
     EXPECT_NEAR(ink.cy(), s.cy, 2.0);
     EXPECT_NEAR(ink.width(), s.w * (turned ? base.height() : base.width()), 3);
     EXPECT_NEAR(ink.height(), s.h * (turned ? base.width() : base.height()), 3);
+    // Upright, more ink lies below the middle (no descenders here); turned, that side is left.
+    EXPECT_GT(turned ? ink.cx() - ink.mean_x : ink.mean_y - ink.cy(),
+              0.02 * (turned ? ink.width() : ink.height()));
   }
 }
 
 TEST_F(RenderHost, UnsupportedFormatAndEmptyDocument) {
   SetDoc({{u"Text"}});
   Frame in(64, 32, kPixelFormatBGRA16), out(64, 32, kPixelFormatBGRA16);
-  in.Fill(9, 9, 9, 9);
-  out.Fill(1, 2, 3, 4);
+  in.Fill(9, 9, 9, 9), out.Fill(1, 2, 3, 4);
   Frame before = out;
   EXPECT_EQ(inst_->Render(0, in, out), kStatusUnsupportedPixelFormat);
   for (int32_t y = 0; y < 32; ++y) ASSERT_EQ(0, std::memcmp(out.row(y), before.row(y), 64 * 8));

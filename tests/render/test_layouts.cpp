@@ -14,9 +14,8 @@
 namespace vetext_test {
 namespace {
 
-// Test-side FreeType faces, to learn glyph indices, advances and boxes independently of the
-// renderer's own face table. Released at exit (with the library, which frees its faces), so the
-// leak checker sees nothing of ours.
+// Test-side FreeType faces (independent of the renderer's), released at exit with the library,
+// which frees its faces, so the leak checker sees nothing of ours.
 FT_Face FaceFor(const std::u16string& name) {
   struct Fonts {
     FT_Library lib = nullptr;

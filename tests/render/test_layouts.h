@@ -13,8 +13,7 @@ namespace vetext_test {
 struct Style {
   std::u16string font = u"Liberation Sans";
   float size = 160.0f;  // oversampled pixels
-  float fill[3] = {1, 1, 1};
-  float stroke[3] = {0, 0, 0};
+  float fill[3] = {1, 1, 1}, stroke[3] = {0, 0, 0};
   float stroke_width = 0.0f;
   bool fill_first = false;
 };
