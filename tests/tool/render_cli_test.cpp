@@ -171,8 +171,7 @@ TEST_F(RenderCli, KeyframedTextMovesThroughAVideoAndBackOutAsPictures) {
   }
 }
 
-// Also: the ends of the scale and opacity ranges are in range.
-TEST_F(RenderCli, SavedProjectRendersTheIdenticalFrame) {
+TEST_F(RenderCli, SavedProjectRendersTheIdenticalFrameWithKeysAtBothEndsOfTheRanges) {
   Image a = Render({"--text", "Saved", "--frame-size", "320x240", "--position", "0=80,60;2=240,180",
                     "--rotation", "0=0;2=30", "--scale", "0=25;2=400", "--opacity", "0=0;2=100",
                     "--time", "1.3", "--save-project", "p.vxp"},
