@@ -117,6 +117,7 @@ TEST_F(InspectCli, DictEncodesAndDecodesATreeBothWays) {
   Output text = Ok({"dict", "encode", "--precision", "2"}, tree);
   EXPECT_NE(text.out.find("/Name /Body"), std::string::npos) << text.out;
   EXPECT_NE(text.out.find(".5"), std::string::npos);
+  EXPECT_TRUE(text.out.ends_with(">>")) << "the dictionary's bytes and nothing after them";
   rapidjson::Document d = JsonOf({"dict", "decode"}, text.out);
   EXPECT_STREQ(d["Name"]["/"].GetString(), "Body");
   EXPECT_EQ(d["List"][1].GetInt(), -2);

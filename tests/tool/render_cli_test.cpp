@@ -134,6 +134,14 @@ TEST_F(RenderCli, TextSitsInTheMiddleOfAStillInputThatKeepsItsSizeAndVuyaAgrees)
       << d.left << "," << d.top;
   Image vuya = Render({"--input", "in.png", "--text", "MIDDLE", "--format", "vuya"}, "vuya.png");
   EXPECT_LT(Compare(bgra, vuya, 6).count, d.count / 20) << "vuya and bgra renders disagree";
+  // A box given no position is centred, not hung from the frame's centre by its corner.
+  Image boxed = Render({"--input", "in.png", "--text", "Two lines of boxed text", "--box",
+                        "400x200", "--align", "center align"},
+                       "box.png");
+  Ink b = Compare(boxed, in, 0);
+  EXPECT_NEAR(b.cx(), 320, 20);
+  EXPECT_TRUE(b.left >= 120 && b.right <= 520 && b.top >= 80 && b.bottom <= 280 && b.top < 120)
+      << b.left << "," << b.top << " " << b.right << "," << b.bottom;
 }
 
 TEST_F(RenderCli, KeyframedTextMovesThroughAVideoAndBackOutAsPictures) {
@@ -178,6 +186,10 @@ TEST_F(RenderCli, SavedProjectRendersTheIdenticalFrameWithKeysAtBothEndsOfTheRan
                    "a.png");
   Image b = Render({"--project", "p.vxp", "--frame-size", "320x240", "--time", "1.3"}, "b.png");
   EXPECT_EQ(a.pixels, b.pixels);
+  // Document options beside --project override the saved document.
+  Image c = Render(
+      {"--project", "p.vxp", "--frame-size", "320x240", "--time", "1.3", "--text", "New"}, "c.png");
+  EXPECT_NE(a.pixels, c.pixels);
 }
 
 }  // namespace
