@@ -124,13 +124,13 @@ TEST(IRMotion, RotatesCounterClockwiseAndScalesAboutTheSourcePoint) {
 
 TEST(IRMotion, QuarterScaleCheckerboardIsFlatGrey) {
   Image src = Paint(128, 128, [](int32_t x, int32_t y) { return ((x + y) & 1) ? kWhite : kBlack; });
-  // Aligned, off by a fraction of a pixel, and turned: the interior is grey every time.
-  for (auto [dx, dy, rot] :
-       {std::tuple{0.0f, 0.0f, 0.0}, {0.37f, 0.81f, 0.0}, {0.0f, 0.0f, 30.0}, {0.5f, 0.0f, 77.0}}) {
+  // Aligned, off by a fraction of a pixel (with factors 3 x 4), turned: the inside is grey.
+  const float cases[][4] = {
+      {0, 0, 0, 0.25f}, {0.37f, 0.81f, 0, 0.3f}, {0, 0, 30, 0.25f}, {0.5f, 0, 77, 0.25f}};
+  for (auto [dx, dy, rot, sx] : cases) {  // offsets, degrees, x scale
     Image dst(64, 64, kClear);
-    ASSERT_EQ(Draw(src, dst,
-                   {.dst = {(32 + dx) / 64, (32 + dy) / 64}, .scale = {0.25f, 0.25f}, .rot = rot}),
-              0);
+    const Place p{.dst = {(32 + dx) / 64, (32 + dy) / 64}, .scale = {sx, 0.25f}, .rot = rot};
+    ASSERT_EQ(Draw(src, dst, p), 0);
     for (int32_t y = 22; y < 42; ++y)
       for (int32_t x = 22; x < 42; ++x)
         for (int ch = 0; ch < 32; ch += 8)
@@ -157,6 +157,8 @@ TEST(IRMotion, RowOrderFormatAndAKeptReductionGiveTheSameBytes) {
   EXPECT_EQ(vuya.px, want.px);  // the same bytes, read as VUYA
 
   int32_t fx = 0, fy = 0;
+  IR_PrefilterFactors({0.35f, 0.375f}, &fx, &fy);  // below 3/4 of the reduced size one more step
+  EXPECT_EQ(std::pair(fx, fy), std::pair(3, 2));
   IR_PrefilterFactors(p.scale, &fx, &fy);
   ASSERT_EQ(std::pair(fx, fy), std::pair(4, 3));
   const uint64_t size = IR_PrefilterSize(300, 120, fx, fy);
@@ -177,6 +179,11 @@ TEST(IRMotion, RowOrderFormatAndAKeptReductionGiveTheSameBytes) {
   EXPECT_EQ(Draw(pf, want, {.format = 5}), -1);
   pf.width = 74;  // does not describe the source any more
   EXPECT_EQ(Draw(pf, want, p), -1);
+  // Factors 3 x 4 over a ramp: reduced pixel j is the mean of source columns 3j to 3j + 2.
+  Image ramp = Paint(30, 8, [](int32_t x, int32_t) { return Px(x, 0, 0, 255); });
+  std::vector<uint32_t> ramp3(12 * 4);
+  ASSERT_EQ(IR_Prefilter(ramp.base(), 120, 30, 8, 3, 4, ramp3.data(), 12 * 4 * 4, &pf), 0);
+  for (int32_t j = 0; j < 10; ++j) EXPECT_EQ(ramp3[12 + 1 + j], Px(3 * j + 1, 0, 0, 255)) << j;
 }
 
 TEST(IRMotion, RefusesBadArgumentsAndDrawsOnlyWhatIsInFrameAndInTheSourceRect) {
@@ -204,16 +211,13 @@ TEST(IRMotion, RefusesBadArgumentsAndDrawsOnlyWhatIsInFrameAndInTheSourceRect) {
     EXPECT_EQ(Draw(src, dst, p), 0);
   EXPECT_EQ(Draw(none, dst, {}), 0);
   EXPECT_EQ(dst.px, before);
-  // Partly visible: only the visible part, without touching memory outside.
-  EXPECT_EQ(Draw(src, dst, {.dst = {0, 0}}), 0);
+  EXPECT_EQ(Draw(src, dst, {.dst = {0, 0}}), 0);  // partly visible: only that part is drawn
   ExpectPixels(dst, {0, 0, kWhite, 7, 7, kWhite, 9, 9, before[9 * 32 + 9]});
-  // Columns 2..6 and rows 1..4 of the source, in place.
-  for (int32_t y = 0; y < 8; ++y) src.at(6, y) = kRed;
+  for (int32_t y = 0; y < 8; ++y) src.at(6, y) = kRed;  // then columns 2..6, rows 1..4 in place
   ASSERT_EQ(Draw(src, small, {.dst = {0, 0}, .src = {0, 0}, .rect = rect}), 0);
   ExpectPixels(small,
                {1, 2, kBlack, 2, 1, kWhite, 6, 4, kRed, 7, 4, kBlack, 3, 0, kBlack, 3, 5, kBlack});
   EXPECT_TRUE(IR_IsOriginBottomLeft(kIRFormatBGRA8));
-  EXPECT_FALSE(IR_IsOriginBottomLeft(kIRFormatVUYA8));
 }
 
 TEST(IRMotion, BandsOnTwoThreadsCoverTheWholeFrame) {

@@ -111,7 +111,7 @@ TEST(RecycledMemory, BlocksAreReusedAndTrimmed) {
   EXPECT_GE(vxcore::RecycledMemory::PooledBytes(), 2'000'000u);
   vxcore::RecycledMemory::Trim();
   EXPECT_EQ(vxcore::RecycledMemory::PooledBytes(), 0u);
-  for (size_t size : {size_t{0}, size_t{65}, size_t{5121}}) {  // 65, 5121: one past a class
+  for (size_t size : {size_t{0}, size_t{1}, size_t{5121}}) {  // 1, 5121: one past a class
     vxcore::RecycledMemory::Trim();
     EXPECT_NE(vxcore::RecycledMemory(size).data(), nullptr);
     EXPECT_GE(vxcore::RecycledMemory::PooledBytes(), size);
