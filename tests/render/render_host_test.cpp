@@ -90,8 +90,8 @@ class RenderHost : public ::testing::Test {
 };
 
 TEST_F(RenderHost, PositionScaleAndRotationActAboutTheirPoints) {
-  // Stroked (margins in the buffer), at a size whose buffer width (899) no reduction divides.
-  SetDoc({{u"Centred text", 41, {1, 1, 1}, {0.2f, 0.4f, 1}, 2}});
+  // Stroked (margins in the buffer), at a size whose buffer (921 x 139) no reduction divides.
+  SetDoc({{u"Centred text", 42, {1, 1, 1}, {0.2f, 0.4f, 1}, 2}});
   const Ink base = InkOf(Render(), bg_);
   ASSERT_GT(base.count, 500);
   EXPECT_GT(base.width(), 150);
