@@ -1,14 +1,11 @@
 // The frame cache: LRU eviction under a byte budget, references that outlive eviction, recycled
-// buffers, counters, and many threads at once; and the compositor's skipping of transparent
-// samples against the plain behaviour it replaces.
+// buffers, counters, and many threads at once.
 #include <algorithm>
 #include <atomic>
-#include <cstring>
 #include <random>
 #include <thread>
 
 #include "host_test_util.h"
-#include "image_renderer/motion.h"
 
 using namespace vxhost;
 using namespace vxhost_test;
@@ -207,84 +204,6 @@ TEST_F(HostThreads, ConcurrentRendersShareOneInstance) {
   for (auto& t : threads) t.join();
   EXPECT_EQ(bad.load(), 0);
   EXPECT_EQ(host_.stats().live_handles.load(), live);
-}
-
-// One opaque pixel in an otherwise transparent bordered reduction. A row of samples a quarter
-// pixel right of the pixel grid and halfway between two rows touches it from exactly two sample
-// positions; every other destination pixel must stay as it was, and so must every one past the
-// row, also when the row ends just before the second sample that would touch the pixel.
-TEST(CompositorSkip, OnlySamplesWithATransparentFootprintAreLeftAlone) {
-  constexpr int32_t wp = 24, hp = 10, px = 9, py = 4;
-  std::vector<uint8_t> src(size_t(wp) * hp * 4, 0), d(size_t(wp) * 4);
-  std::memcpy(&src[(size_t(py) * wp + px) * 4], "\xc8\x64\x32\xff", 4);
-  std::vector<ir::BlendRowFn> kernels = {&ir::BlendRowScalar};
-#if defined(__SSE2__)
-  kernels.push_back(&ir::BlendRowSse2);
-#endif
-  for (ir::BlendRowFn blend : kernels)
-    for (float opacity : {1.0f, 0.6f})
-      for (int32_t n : {wp - 2, px})
-        for (int32_t iy : {py - 1, py}) {  // the pixel in the lower, then the upper footprint row
-          for (size_t i = 0; i < d.size(); ++i) d[i] = uint8_t(30 + i % 7);
-          const std::vector<uint8_t> before = d;
-          blend(src.data(), wp, hp, 0.25f, 1.0f, float(iy) + 0.5f, 0.0f, d.data(), n, opacity);
-          for (int32_t i = 0; i < wp; ++i)
-            EXPECT_EQ(std::memcmp(&d[size_t(i) * 4], &before[size_t(i) * 4], 4) == 0,
-                      (i != px - 1 && i != px) || i >= n)
-                << "sample " << i << " of " << n << " row " << iy << " opacity " << opacity;
-        }
-}
-
-#if defined(__SSE2__)
-TEST(CompositorSkip, KernelsAgreeOnSparseSourcesAlongTurnedRows) {
-  // Islands of coverage in a mostly transparent image, the shape of turned text: the SIMD kernel
-  // must skip and blend exactly where the reference does.
-  constexpr int32_t wp = 40, hp = 30;
-  std::vector<uint8_t> src(size_t(wp) * hp * 4, 0);
-  for (int32_t y = 1; y < hp - 1; ++y)
-    for (int32_t x = 1; x < wp - 1; ++x) {
-      if ((x / 5 + y / 4) % 3 != 0 || (x * 7 + y) % 4 == 0) continue;
-      uint8_t* q = &src[(size_t(y) * wp + x) * 4];
-      q[3] = uint8_t(40 + (x * 13 + y * 5) % 216);
-      for (int c = 0; c < 3; ++c) q[c] = uint8_t(q[3] * ((x + y + c) % 4) / 3);
-    }
-  int changed = 0;
-  for (float turn : {0.0f, 0.5f, -0.87f, 0.13f})
-    for (float v0 : {-1.5f, 3.2f, 14.7f, 27.9f}) {
-      std::vector<uint8_t> a(64 * 4);
-      for (size_t i = 0; i < a.size(); ++i) a[i] = uint8_t(i * 31 + 7);
-      std::vector<uint8_t> b = a, before = a;
-      ir::BlendRowScalar(src.data(), wp, hp, -2.3f, 0.71f, v0, turn, a.data(), 64, 0.8f);
-      ir::BlendRowSse2(src.data(), wp, hp, -2.3f, 0.71f, v0, turn, b.data(), 64, 0.8f);
-      EXPECT_EQ(a, b) << turn << " " << v0;
-      changed += a != before;
-    }
-  EXPECT_GT(changed, 8);  // the rows do cross the islands
-}
-#endif
-
-TEST(CompositorSkip, RowExtentsMatchAPixelByPixelScan) {
-  // Rows of every width from 0 to 40 with zero, one or two marked pixels anywhere, including
-  // the first and last pixel and pixels inside one 4-pixel group; a marked pixel has a single
-  // non-zero byte, so that a test of only some channels would miss it. Pixels past the end are
-  // not zero: a scan that reads beyond the row finds them.
-  std::mt19937 rng(17);
-  for (int32_t n = 0; n <= 40; ++n)
-    for (int trial = 0; trial < 60; ++trial) {
-      std::vector<uint8_t> row(size_t(n) * 4, 0);
-      row.resize(row.size() + 16, 0xee);
-      for (int k = 0; k < (n == 0 ? 0 : trial % 3); ++k) {
-        const int32_t x = trial < 6 ? (k ? n - 1 : 0) : int32_t(rng() % uint32_t(n));
-        row[size_t(x) * 4 + rng() % 4] = uint8_t(1 + rng() % 255);
-      }
-      auto zero = [&](int32_t x) { return AllEqual(&row[size_t(x) * 4], 4, 0); };
-      int32_t want_a = 0, want_b = n, a = -1, b = -1;
-      while (want_a < n && zero(want_a)) ++want_a;
-      while (want_b > want_a && zero(want_b - 1)) --want_b;
-      ir::RowExtent(row.data(), n, &a, &b);
-      ASSERT_EQ(std::tuple(a, b), std::tuple(want_a, want_b))
-          << "width " << n << " trial " << trial;
-    }
 }
 
 }  // namespace

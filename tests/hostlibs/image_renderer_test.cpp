@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include "image_renderer/motion.h"
@@ -370,16 +371,68 @@ TEST(IRPlacedLayer, BlendsWithinOneOfTheDirectCompositeOnlyInsideItsRectangle) {
   EXPECT_EQ(IR_CompositeLayer(&one, kIRFormatBGRA8, nullptr, 960, 240, 100, 0, 0, 1.0f), -1);
 }
 
+// One opaque pixel in an otherwise transparent padded reduction. A row of samples a quarter
+// pixel right of the grid and halfway between two rows touches it from exactly two samples;
+// every other destination pixel stays as it was, and so does every one past the row's end.
+TEST(IRKernels, OnlySamplesWithATransparentFootprintAreLeftAlone) {
+  constexpr int32_t wp = 24, hp = 10, px = 9, py = 4;
+  Image src(wp, hp);
+  src.at(px, py) = Px(200, 100, 50, 255);
+  std::vector<ir::BlendRowFn> kernels = {&ir::BlendRowScalar};
+#if defined(__SSE2__)
+  kernels.push_back(&ir::BlendRowSse2);
+#endif
+  for (ir::BlendRowFn blend : kernels)
+    for (float opacity : {1.0f, 0.6f})
+      for (int32_t n : {wp - 2, px})
+        for (int32_t iy : {py - 1, py}) {  // the pixel in the lower, then the upper footprint row
+          Image d(wp, 1, kGrey), before = d;
+          blend(src.bytes(), wp, hp, 0.25f, 1.0f, float(iy) + 0.5f, 0.0f, d.bytes(), n, opacity);
+          for (int32_t i = 0; i < wp; ++i)
+            EXPECT_EQ(d.px[i] == before.px[i], (i != px - 1 && i != px) || i >= n)
+                << "sample " << i << " of " << n << " row " << iy << " opacity " << opacity;
+        }
+}
+
+TEST(IRKernels, RowExtentsMatchAPixelByPixelScan) {
+  // Every width from 0 to 40 with zero, one or two marked pixels anywhere, the first and last
+  // included; a marked pixel has one non-zero byte, so that a test of some channels misses it.
+  // Pixels past the end are not zero: a scan beyond the row finds them.
+  std::mt19937 rng(17);
+  for (int32_t n = 0; n <= 40; ++n)
+    for (int trial = 0; trial < 60; ++trial) {
+      std::vector<uint32_t> row(size_t(n) + 4, 0xeeeeeeee);
+      std::fill_n(row.begin(), n, 0u);
+      for (int k = 0; k < (n == 0 ? 0 : trial % 3); ++k) {
+        const int32_t x = trial < 6 ? (k ? n - 1 : 0) : int32_t(rng() % uint32_t(n));
+        row[size_t(x)] |= (1 + rng() % 255) << (rng() % 4 * 8);
+      }
+      int32_t want_a = 0, want_b = n, a = -1, b = -1;
+      while (want_a < n && row[want_a] == 0) ++want_a;
+      while (want_b > want_a && row[want_b - 1] == 0) --want_b;
+      ir::RowExtent(reinterpret_cast<const uint8_t*>(row.data()), n, &a, &b);
+      ASSERT_EQ(std::tuple(a, b), std::tuple(want_a, want_b)) << "width " << n << " " << trial;
+    }
+}
+
 #if defined(__SSE2__)
 TEST(IRKernels, SimdResampleRowEqualsScalar) {
-  // A padded reduction with a transparent border; its right half of 4 x 4 blocks of one pixel,
-  // opaque and translucent, so that many samples see four equal pixels (inside a glyph).
+  // Padded reductions with a transparent border. One has a right half of 4 x 4 blocks of one
+  // pixel, opaque and translucent, so that many samples see four equal pixels (inside a glyph);
+  // the other islands of coverage in transparency, the shape of turned text, where the SIMD
+  // kernel must skip and blend exactly where the reference does.
   const int32_t wp = 40, hp = 30;
-  Image src = Paint(wp, hp, [](int32_t x, int32_t y) {
-    if (x == 0 || y == 0 || x == wp - 1 || y == hp - 1) return kClear;
+  auto border = [](int32_t x, int32_t y) { return x == 0 || y == 0 || x == wp - 1 || y == hp - 1; };
+  Image blocks = Paint(wp, hp, [&](int32_t x, int32_t y) {
+    if (border(x, y)) return kClear;
     const int32_t bx = x < wp / 2 ? x : x / 4 * 4, by = x < wp / 2 ? y : y / 4 * 4;
     const uint32_t a = (x >= wp / 2 && (bx / 4) % 2 == 0) ? 255 : (bx * 37 + by * 11) % 256;
     return Px(a * (bx % 5) / 4, a * ((bx + by) % 5) / 4, a * ((bx + 2 * by) % 5) / 4, a);
+  });
+  Image islands = Paint(wp, hp, [&](int32_t x, int32_t y) {
+    if (border(x, y) || (x / 5 + y / 4) % 3 == 0 || (x * 7 + y) % 4 == 0) return kClear;
+    const uint32_t a = 40 + (x * 13 + y * 5) % 216;
+    return Px(a * ((x + y) % 4) / 3, a * ((x + y + 1) % 4) / 3, a * ((x + y + 2) % 4) / 3, a);
   });
   // Upright, turned, magnified, off every edge, half opaque; across the blocks, opaque, faded.
   struct Row {
@@ -387,17 +440,17 @@ TEST(IRKernels, SimdResampleRowEqualsScalar) {
   } rows[] = {{0.0f, 1.0f, 5.0f, 0.0f, 1.0f},      {-3.5f, 0.87f, 2.2f, 0.5f, 0.7f},
               {30.0f, -0.31f, 28.9f, -0.2f, 1.0f}, {-5.0f, 0.25f, -2.0f, 0.6f, 0.5f},
               {10.3f, 0.0f, 3.7f, 0.0f, 0.33f},    {-1e6f, 1e5f, 1e6f, -1e5f, 1.0f},
-              {18.0f, 0.3f, 4.1f, 0.2f, 1.0f},     {21.3f, 0.27f, 24.0f, -0.31f, 0.8f}};
-  for (const Row& r : rows) {
-    std::vector<uint8_t> a(64 * 4);
-    for (size_t i = 0; i < a.size(); ++i) a[i] = uint8_t(i * 29 + 3);
-    std::vector<uint8_t> b = a, before = a;
-    const uint8_t* p = src.bytes();
-    ir::BlendRowScalar(p, wp, hp, r.u0, r.du, r.v0, r.dv, a.data(), 64, r.opacity);
-    ir::BlendRowSse2(p, wp, hp, r.u0, r.du, r.v0, r.dv, b.data(), 64, r.opacity);
-    EXPECT_EQ(a, b) << r.u0 << " " << r.du;
-    EXPECT_TRUE(r.u0 != 0 || a != before);  // the upright row draws
-  }
+              {18.0f, 0.3f, 4.1f, 0.2f, 1.0f},     {21.3f, 0.27f, 24.0f, -0.31f, 0.8f},
+              {-2.3f, 0.71f, 14.7f, -0.87f, 0.8f}, {-2.3f, 0.71f, 3.2f, 0.13f, 0.8f}};
+  for (Image* src : {&blocks, &islands})
+    for (const Row& r : rows) {
+      Image a = Paint(64, 1, Backdrop), b = a, before = a;
+      const uint8_t* p = src->bytes();
+      ir::BlendRowScalar(p, wp, hp, r.u0, r.du, r.v0, r.dv, a.bytes(), 64, r.opacity);
+      ir::BlendRowSse2(p, wp, hp, r.u0, r.du, r.v0, r.dv, b.bytes(), 64, r.opacity);
+      EXPECT_EQ(a.px, b.px) << r.u0 << " " << r.du << " " << r.v0;
+      EXPECT_TRUE(r.u0 != 0 || a.px != before.px);  // the upright row draws
+    }
 }
 
 TEST(IRKernels, SimdWholePixelRowEqualsScalar) {

@@ -1,6 +1,6 @@
 // The document and layout records' JSON forms (the layout's streaming reader and writer against
-// the tree forms they stand in for), the document block, the facade's document operations, and
-// the tool's document options parsed on a real CLI::App.
+// the tree forms they stand in for), the document block, and the tool's document options parsed on
+// a real CLI::App.
 #include <gtest/gtest.h>
 
 #include <boost/any.hpp>
@@ -147,21 +147,6 @@ TEST(Document, BadBlocksFailCleanly) {
   EXPECT_THROW(vetext::ReadDocumentBlock(bad.data(), bad.size(), keep), KTE::Error);
   EXPECT_EQ(keep.mVersion, 42);
   EXPECT_THROW(KTE::MakeDocument(bad.data(), bad.size()), KTE::Error);
-}
-
-TEST(Facade, AlignmentNamesFollowTheBox) {
-  DocumentRecord d = KTE::MakeDefaultDocument()->data;
-  const std::vector<std::u16string> point = {u"Left Align", u"Right Align", u"Center Align"};
-  std::vector<std::u16string> boxed = point;
-  boxed.insert(boxed.end(), {u"Justify Last Left", u"Justify Last Center", u"Justify Last Right",
-                             u"Justify All"});
-  EXPECT_EQ(KTE::AlignmentNames(d), point);
-  const std::pair<int32_t, int32_t> kBoxes[] = {{300, 0}, {0, 50}, {0, 0}};
-  for (auto [width, height] : kBoxes) {
-    KTE::SetTextBox(d, width, height);
-    EXPECT_EQ(KTE::AlignmentNames(d), width || height ? boxed : point) << width << "x" << height;
-  }
-  EXPECT_EQ(d.mTextParam.mWidth, 0);
 }
 
 // ---- the tool's document options ----

@@ -9,7 +9,6 @@
 #include <thread>
 #include <tuple>
 
-#include "image_diff.h"
 #include "ink.h"
 #include "render/glyph_cache.h"
 #include "render/rasterize.h"
@@ -183,7 +182,7 @@ TEST(ReducedRaster, MatchesTheLiteralReductionWithinRoundingFromCachedMasks) {
                              literal.px.size(), &pf),
                 0);
       ASSERT_TRUE(RasterizeLayoutReduced(l, k.W, k.H, k.ox + dx, k.oy, k.format, direct.data()));
-      const vetext_test::DiffStats d = vetext_test::Diff(direct, literal);
+      const vetext_tool::DiffStats d = vetext_test::Diff(direct, literal);
       EXPECT_LE(d.max_abs, k.max_diff);
       EXPECT_LT(d.mean_abs, k.mean_diff);
       EXPECT_NEAR(double(direct.AlphaSum()) / double(literal.AlphaSum()), 1.0, 0.002);  // drawn

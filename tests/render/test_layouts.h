@@ -1,5 +1,5 @@
 // Hand-made layouts for the render tests (glyphs of a real font placed along a baseline) and the
-// buffers they are drawn into.
+// buffers they are drawn into, compared.
 #pragma once
 
 #include <cstdint>
@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "document/records.h"
+#include "media_diff.h"
 
 namespace vetext_test {
 
@@ -34,5 +35,12 @@ struct Buffer {
   const uint8_t* at(int32_t x, int32_t y) const { return px.data() + (size_t(y) * W + x) * 4; }
   uint64_t AlphaSum() const;
 };
+
+// How far two buffers are apart, by the comparison behind `vetext diff` (bytes [first, first +
+// count) of each pixel); a size mismatch is as far apart as can be.
+inline vetext_tool::DiffStats Diff(const Buffer& a, const Buffer& b, int first = 0, int count = 4) {
+  if (a.W != b.W || a.H != b.H) return {255, 255, 0};
+  return vetext_tool::DiffPixels(a.px.data(), b.px.data(), a.px.size() / 4, first, count);
+}
 
 }  // namespace vetext_test

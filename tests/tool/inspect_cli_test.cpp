@@ -70,16 +70,6 @@ TEST_F(InspectCli, BadInputFailsWithAMessage) {
   }
 }
 
-// The options themselves are the document tests' business; here, that `doc` prints what they build.
-TEST_F(InspectCli, DocPrintsTheDocumentTheOptionsBuild) {
-  rapidjson::Document d = JsonOf({"doc", "--text", "Hi", "--size", "80", "--stroke-width", "3"});
-  const auto& runs = d["mTextParam"]["mTextRuns"];
-  ASSERT_EQ(runs.Size(), 1u);
-  EXPECT_STREQ(runs[0]["mText"].GetString(), "Hi");
-  EXPECT_DOUBLE_EQ(runs[0]["mStyleParam"]["mFontSize"].GetDouble(), 80.0);
-  EXPECT_DOUBLE_EQ(runs[0]["mStyleParam"]["mStrokeWidth"].GetDouble(), 3.0);
-}
-
 TEST_F(InspectCli, ADocumentBlockReadsBackAndSurvivesItsDictionaryForm) {
   Ok({"doc", "--text", "Grüße 𝄞", "--size", "33", "--box", "300x200", "--block", "in.block"});
   // An 8-byte count, then that many bytes of UTF-16.

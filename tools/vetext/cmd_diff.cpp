@@ -4,12 +4,11 @@
 // can use it as a check.
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
-#include <limits>
 #include <memory>
 #include <string>
 
 #include "commands.h"
+#include "media_diff.h"
 #include "media_image.h"
 
 namespace vetext_tool {
@@ -28,24 +27,15 @@ int RunDiff(const DiffArgs& args) {
   if (a.width != b.width || a.height != b.height)
     return Fail("sizes differ: " + std::to_string(a.width) + "x" + std::to_string(a.height) +
                 " and " + std::to_string(b.width) + "x" + std::to_string(b.height));
-  int max_abs = 0;
-  uint64_t sum = 0, sq = 0;
-  const size_t n = a.pixels.size();
-  for (size_t i = 0; i < n; ++i) {
-    int d = std::abs(int(a.pixels[i]) - int(b.pixels[i]));
-    if (d > max_abs) max_abs = d;
-    sum += uint64_t(d);
-    sq += uint64_t(d) * uint64_t(d);
-  }
-  double mean = n ? double(sum) / double(n) : 0.0;
-  double mse = n ? double(sq) / double(n) : 0.0;
-  std::printf("max %d\nmean %.4f\n", max_abs, mean);
-  if (mse == 0)
+  const DiffStats d = DiffPixels(a.pixels.data(), b.pixels.data(), a.pixels.size() / 4);
+  std::printf("max %d\nmean %.4f\n", d.max_abs, d.mean_abs);
+  if (std::isinf(d.psnr))
     std::printf("psnr inf\n");
   else
-    std::printf("psnr %.2f\n", 10.0 * std::log10(255.0 * 255.0 / mse));
-  if (max_abs > args.tolerance) {
-    std::fprintf(stderr, "vetext: pictures differ by %d (tolerance %d)\n", max_abs, args.tolerance);
+    std::printf("psnr %.2f\n", d.psnr);
+  if (d.max_abs > args.tolerance) {
+    std::fprintf(stderr, "vetext: pictures differ by %d (tolerance %d)\n", d.max_abs,
+                 args.tolerance);
     return 1;
   }
   return 0;

@@ -1,39 +1,10 @@
 #include "media_convert.h"
 
-#include <algorithm>
-#include <cmath>
 #include <cstring>
 
+#include "vetext/vxcore.h"
+
 namespace vetext_tool {
-namespace {
-
-constexpr double kKr = 0.2126, kKb = 0.0722, kKg = 1.0 - kKr - kKb;
-
-inline uint8_t Clamp8(double v) {
-  long r = std::lround(v);
-  return uint8_t(std::clamp(r, 0L, 255L));
-}
-
-}  // namespace
-
-Yuv8 RgbToYuv709(uint8_t r, uint8_t g, uint8_t b) {
-  double y = kKr * r + kKg * g + kKb * b;
-  double cb = (b - y) / (2.0 * (1.0 - kKb));
-  double cr = (r - y) / (2.0 * (1.0 - kKr));
-  // Round the signed chroma before the offset, as the host library does (halves away from 0).
-  return {Clamp8(y), Clamp8(double(std::lround(cb)) + 128.0),
-          Clamp8(double(std::lround(cr)) + 128.0)};
-}
-
-void Yuv709ToRgb(uint8_t y, uint8_t u, uint8_t v, uint8_t* r, uint8_t* g, uint8_t* b) {
-  double cb = double(u) - 128.0, cr = double(v) - 128.0;
-  double rr = y + 2.0 * (1.0 - kKr) * cr;
-  double bb = y + 2.0 * (1.0 - kKb) * cb;
-  double gg = (y - kKr * rr - kKb * bb) / kKg;
-  *r = Clamp8(rr);
-  *g = Clamp8(gg);
-  *b = Clamp8(bb);
-}
 
 bool ImageToFrame(const Image& image, vxhost::Frame& frame) {
   if (frame.width() != image.width || frame.height() != image.height) return false;
@@ -47,9 +18,9 @@ bool ImageToFrame(const Image& image, vxhost::Frame& frame) {
     const uint8_t* s = image.row(y);
     uint8_t* d = frame.row(y);
     for (int32_t x = 0; x < image.width; ++x, s += 4, d += 4) {
-      Yuv8 c = RgbToYuv709(s[2], s[1], s[0]);
-      d[0] = c.v;
-      d[1] = c.u;
+      const VxYUV c = ColorRGBtoYUV(uint32_t(s[2]) | uint32_t(s[1]) << 8 | uint32_t(s[0]) << 16);
+      d[0] = uint8_t(c.v + 128);
+      d[1] = uint8_t(c.u + 128);
       d[2] = c.y;
       d[3] = s[3];
     }
@@ -71,7 +42,10 @@ bool FrameToImage(const vxhost::Frame& frame, Image* image) {
     const uint8_t* s = frame.row(y);
     uint8_t* d = image->row(y);
     for (int32_t x = 0; x < image->width; ++x, s += 4, d += 4) {
-      Yuv709ToRgb(s[2], s[1], s[0], &d[2], &d[1], &d[0]);
+      const VxRGB c = ColorYUVtoRGB(VxYUV{s[2], int8_t(s[1] - 128), int8_t(s[0] - 128)});
+      d[0] = c.b;
+      d[1] = c.g;
+      d[2] = c.r;
       d[3] = s[3];
     }
   }
