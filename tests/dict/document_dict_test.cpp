@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "engine/document_dict.h"
@@ -150,25 +151,23 @@ TEST(DocumentDictionary, MissingKeysComeFromTheNormalSheetsThenTheDefaults) {
   const KTE::DocumentPtr doc = Read({text.begin(), text.end()});
   const auto& runs = doc->data.mTextParam.mTextRuns;
   ASSERT_EQ(runs.size(), 3u);
-  EXPECT_EQ(runs[0].mText, u"a");
-  EXPECT_EQ(runs[1].mText, u"bc");
-  EXPECT_EQ(runs[2].mText, u"d");
-  EXPECT_EQ(runs[0].mStyleParam.mFontName, u"F1");
-  EXPECT_EQ(runs[1].mStyleParam.mFontName, u"F0");
-  EXPECT_EQ(runs[0].mStyleParam.mLeading, 3.0f);
-  EXPECT_EQ(runs[1].mStyleParam.mLeading, 0.0f);
-  EXPECT_EQ(runs[1].mStyleParam.mFontSize, 12.0f);
-  EXPECT_FALSE(runs[1].mStyleParam.mFillOverStroke);
-  EXPECT_EQ(runs[1].mStyleParam.mFillRed, 1.0f);
   // The paragraph runs split the text otherwise than the style runs: each text run takes the
   // paragraph in force at its first code unit ("b" begins the second), past their end the
   // last; an entry without a sheet takes the normal paragraph sheet's.
-  EXPECT_EQ(runs[0].mParaParam.mAlignment, 5u);
-  EXPECT_EQ(runs[1].mParaParam.mAlignment, 1u);
-  EXPECT_EQ(runs[2].mParaParam.mAlignment, 2u);
-  EXPECT_EQ(doc->data.mTextParam.mWidth, 100);
-  EXPECT_EQ(doc->data.mTextParam.mHeight, 50);
-  EXPECT_EQ(doc->data.mVersion, 1);
+  using Run = std::tuple<std::u16string, std::u16string, float, float, bool, float, uint32_t>;
+  const Run want[] = {{u"a", u"F1", 3, 12, false, 1, 5},   // text, font, leading, size, fill
+                      {u"bc", u"F0", 0, 12, false, 1, 1},  // over stroke, red, alignment
+                      {u"d", u"F0", 0, 12, false, 1, 2}};
+  for (size_t i = 0; i < 3; ++i) {
+    const vetext::StyleParam& s = runs[i].mStyleParam;
+    EXPECT_EQ(Run(runs[i].mText, s.mFontName, s.mLeading, s.mFontSize, s.mFillOverStroke,
+                  s.mFillRed, runs[i].mParaParam.mAlignment),
+              want[i])
+        << i;
+  }
+  EXPECT_EQ(
+      std::tuple(doc->data.mTextParam.mWidth, doc->data.mTextParam.mHeight, doc->data.mVersion),
+      std::tuple(100, 50, 1));
 }
 
 TEST(DocumentDictionary, TreesThatAreNoDocumentAreRefused) {

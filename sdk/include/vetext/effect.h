@@ -362,8 +362,25 @@ typedef VxStatus (*EffectMainFunc)(EffectCommand cmd, InputRecord* in, OutputRec
 #endif
 
 #ifdef __cplusplus
+/* The wire layouts both sides are built against, checked where the header is compiled: the
+ * four-character codes spell their bytes in memory (little-endian), and the offsets are fixed. */
+static_assert(kPixelFormatBGRA == ('b' | 'g' << 8 | 'r' << 16 | 'a' << 24), "four-character code");
+static_assert(kPixelFormatVUYA == ('v' | 'u' << 8 | 'y' << 16 | 'a' << 24), "four-character code");
+static_assert(kPixelFormatRaw == ('@' | 'k' << 8 | 't' << 16 | 'e' << 24), "four-character code");
+static_assert(kPixelFormatBad == ('b' | 'a' << 8 | 'd' << 16 | 'f' << 24), "four-character code");
+static_assert(kEffectGlobalOutFlags ==
+                  (kOutFlagIExpandBuffer | kOutFlagCustomUI | kOutFlagSendUpdateParamsUI),
+              "the three global flags");
+static_assert(sizeof(ParamDef{}.name) == 32 && offsetof(ParamDef, ui_width) == 8 &&
+                  offsetof(ParamDef, param_type) == 12 && offsetof(ParamDef, name) == 16 &&
+                  offsetof(ParamDef, flags) == 48,
+              "wire layout");
 static_assert(offsetof(ArbRequestRecord, refcon) == 8, "wire layout");
 static_assert(offsetof(ArbRequestRecord, u) == 16, "wire layout");
+static_assert(offsetof(ArbRequestRecord, u.flat_size.flat_size) == 24, "wire layout");
+static_assert(offsetof(ArbRequestRecord, u.flatten.buf_size) == 24, "wire layout");
+static_assert(offsetof(ArbRequestRecord, u.unflatten.buf) == 24, "wire layout");
+static_assert(offsetof(ArbRequestRecord, u.interpolate.t) == 32, "wire layout");
 static_assert(offsetof(ArbRequestRecord, u.copy.dst) == 24, "wire layout");
 static_assert(offsetof(ArbRequestRecord, u.flatten.buf) == 32, "wire layout");
 static_assert(offsetof(ArbRequestRecord, u.unflatten.dst) == 32, "wire layout");

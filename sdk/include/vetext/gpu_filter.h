@@ -39,6 +39,9 @@ typedef struct GPUInstanceRecord {
   void* private_slot; /* the module's instance object */
 } GPUInstanceRecord;
 #pragma pack(pop)
+#ifdef __cplusplus
+static_assert(offsetof(GPUInstanceRecord, private_slot) == sizeof(void*) + 12, "unaligned slot");
+#endif
 
 typedef struct GPURenderParams {
   int64_t clip_time;     /* for parameter queries */
