@@ -40,6 +40,7 @@
 
 #include "engine/compose_internal.h"
 #include "engine/kte.h"
+#include "vetext/vxcore.h"
 
 namespace KTE {
 namespace {
@@ -122,40 +123,6 @@ struct LayoutDeleter {
   void operator()(PangoLayout* p) const { g_object_unref(p); }
 };
 using LayoutPtr = std::unique_ptr<PangoLayout, LayoutDeleter>;
-
-std::string ToUTF8(const std::u16string& s) {
-  std::string out;
-  out.reserve(s.size());
-  for (size_t i = 0; i < s.size(); ++i) {
-    uint32_t c = s[i];
-    if (c >= 0xD800 && c <= 0xDBFF && i + 1 < s.size() && s[i + 1] >= 0xDC00 &&
-        s[i + 1] <= 0xDFFF) {
-      c = 0x10000 + ((c - 0xD800) << 10) + (s[i + 1] - 0xDC00);
-      ++i;
-    } else if (c >= 0xD800 && c <= 0xDFFF) {
-      c = 0xFFFD;
-    }
-    char buf[4];
-    int n = g_unichar_to_utf8(c, buf);
-    out.append(buf, size_t(n));
-  }
-  return out;
-}
-
-std::u16string FromUTF8(const char* s) {
-  std::u16string out;
-  for (const char* p = s; *p != 0; p = g_utf8_next_char(p)) {
-    gunichar c = g_utf8_get_char(p);
-    if (c >= 0x10000) {
-      c -= 0x10000;
-      out.push_back(char16_t(0xD800 + (c >> 10)));
-      out.push_back(char16_t(0xDC00 + (c & 0x3FF)));
-    } else {
-      out.push_back(char16_t(c));
-    }
-  }
-  return out;
-}
 
 // ---- the document as paragraphs ------------------------------------------------------------
 struct Paragraph {
@@ -287,7 +254,7 @@ class Composition {
   const PangoFontDescription* Description(const std::u16string& name) {
     auto it = descs_.find(name);
     if (it != descs_.end()) return it->second.get();
-    std::string utf8 = ToUTF8(name);
+    std::string utf8 = vxcore::UTF16ToUTF8(name);
     DescPtr d(pango_font_description_from_string(utf8.empty() ? kDefaultFamily : utf8.c_str()));
     if (pango_font_description_get_family(d.get()) == nullptr)
       pango_font_description_set_family(d.get(), kDefaultFamily);
@@ -322,7 +289,7 @@ class Composition {
       g_free(text);
     }
     g_object_ref(font);
-    return names_.emplace(font, FromUTF8(name.c_str())).first->second;
+    return names_.emplace(font, vxcore::UTF8ToUTF16(name)).first->second;
   }
 
   const RunStyle& StyleAt(const Paragraph& p, size_t byte) const {
@@ -575,7 +542,7 @@ bool FindFontFace(const std::u16string& font_name, std::string& file, int& face_
   Composer& composer = TheComposer();
   std::lock_guard<std::mutex> lock(composer.mutex);
   composer.Open();
-  std::string utf8 = ToUTF8(font_name);
+  std::string utf8 = vxcore::UTF16ToUTF8(font_name);
   DescPtr d(pango_font_description_from_string(utf8.empty() ? kDefaultFamily : utf8.c_str()));
   pango_font_description_set_absolute_size(d.get(), 40 * kUnit);
   PangoFont* font = pango_font_map_load_font(composer.map, composer.context, d.get());
