@@ -224,6 +224,8 @@ TEST_F(RenderHost, AnUnchangedDocumentIsRasterizedOnceATurnedOneResampledOnce) {
   Set(kParamRotation, 31);
   Render();
   EXPECT_EQ(adds(), a1 + 2);
+  // Every suite a frame acquired for its cache work was released.
+  EXPECT_EQ(host_->stats().suites_acquired.load(), host_->stats().suites_released.load());
 }
 
 TEST_F(RenderHost, FourThreadsRenderWhileTheCacheEvicts) {
