@@ -53,14 +53,17 @@ class ToolTest : public ::testing::Test {
 
   std::string Path(const std::string& name) const { return (dir_ / name).string(); }
 
-  // Runs the tool in the test's folder with `args`, feeding `input` on stdin.
-  ToolOutput Run(const std::vector<std::string>& args, const std::string& input = "") const {
+  // Runs the tool in the test's folder with `args`, feeding `input` on stdin; `shell` comes
+  // before the command (limits, traps).
+  ToolOutput Run(const std::vector<std::string>& args, const std::string& input = "",
+                 const std::string& shell = "") const {
     std::ofstream(Path("stdin.txt"), std::ios::binary) << input;
     // Appended piece by piece: GCC 12 at -O3 reports a false -Wrestrict on a literal `+` a
     // temporary string.
     std::string cmd = "cd ";
     cmd += ShellQuote(dir_.string());
     cmd += " && ";
+    cmd += shell;
     cmd += ShellQuote(VETEXT_TOOL_PATH);
     for (const auto& a : args) {
       cmd += ' ';

@@ -273,16 +273,16 @@ TEST(ComposeScripts, MissingGlyphsFallBackToFontsThatHaveThemAndNameTheirFace) {
 
 TEST(ComposeScripts, CharactersBeyondTheBasicPlaneAreOneGlyphOfTheirOwnRun) {
   // U+1D400 and U+1D7D8 (mathematical bold A, double-struck zero) as surrogate pairs, between
-  // plain letters and across a run boundary.
+  // plain letters, across a run boundary and as the text's last character.
   TextRun first = Text(u"a\U0001D400", 40, 0, u"DejaVu Sans");
-  TextRun second = Text(u"\U0001D7D8b", 40, 0, u"DejaVu Sans");
+  TextRun second = Text(u"\U0001D7D8b\U0001D400", 40, 0, u"DejaVu Sans");
   first.mStyleParam.mFillRed = 0.25f;
   LayoutRecord l = Lay({first, second});
-  ASSERT_EQ(l.mCharacters.size(), 4u);
+  ASSERT_EQ(l.mCharacters.size(), 5u);
   FT_Library ft = nullptr;
   ASSERT_EQ(FT_Init_FreeType(&ft), 0);
-  const char32_t expected[] = {U'a', U'\U0001D400', U'\U0001D7D8', U'b'};
-  for (size_t i = 0; i < 4; ++i) {
+  const char32_t expected[] = {U'a', U'\U0001D400', U'\U0001D7D8', U'b', U'\U0001D400'};
+  for (size_t i = 0; i < 5; ++i) {
     const CharacterRecord& c = l.mCharacters[i];
     std::string file;
     int index = 0;

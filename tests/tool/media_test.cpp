@@ -103,6 +103,7 @@ TEST(Names, SequencePatternsAndExtensions) {
   EXPECT_FALSE(IsSequencePattern("plain.png"));
   EXPECT_EQ(SequenceFileName("out/frame_%04d.png", 7), "out/frame_0007.png");
   EXPECT_EQ(SequenceFileName("a%%b_%d.png", 12345), "a%b_12345.png");
+  EXPECT_EQ(SequenceFileName("s_%40d.png", 7), "s_" + std::string(39, ' ') + "7.png");
   EXPECT_EQ(FileExtension("dir.v2/clip.MP4"), "mp4");
   EXPECT_EQ(FileExtension("dir.v2/clip"), "");
 }

@@ -1,7 +1,13 @@
 // `vetext render` end to end: the built binary, its exit codes and messages, and the pictures
 // and videos it writes.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -57,55 +63,166 @@ class RenderCli : public vetext_test::ToolTest {
   }
 };
 
-TEST_F(RenderCli, BadOptionsAndInputsFailWithAClearMessageAndWriteNothing) {
+// Files with the same bytes as `keep` before and after: nothing a failed command did touched it.
+bool Untouched(const fs::path& dir, const std::string& keep) {
+  for (const auto& e : fs::directory_iterator(dir))
+    if (e.path().extension() == ".part") return false;  // no temporary file left behind
+  return vetext_test::ReadWholeFile(dir / "keep.png") == keep;
+}
+
+// Bad options (status 2) and bad inputs (status 1), each with a message naming the problem, no
+// signal, and the earlier output left as it was.
+TEST_F(RenderCli, BadOptionsAndInputsFailWithAClearMessageAndLoseNothing) {
   std::string err;
   ASSERT_TRUE(WritePng(Path("in.png"), Solid(64, 64, 1, 2, 3), &err)) << err;
-  Render({"--frame-size", "64x48", "--duration", "0.2", "--fps", "10"}, "in.mkv");
-  std::ofstream(Path("bad.vxp")) << "garbage";
+  ASSERT_TRUE(WritePng(Path("keep.png"), Solid(8, 8, 9, 9, 9), &err)) << err;
+  const std::string keep = vetext_test::ReadWholeFile(Path("keep.png"));
+  Render({"--frame-size", "64x48", "--duration", "0.2", "--fps", "10", "--save-project", "p.vxp"},
+         "in.mkv");
+  std::string project = vetext_test::ReadWholeFile(Path("p.vxp"));
+  for (size_t i = 8; i < project.size(); i += 7) project[i] = char(project[i] ^ 0x5A);
+  const std::string png = vetext_test::ReadWholeFile(Path("in.png"));
+  const std::pair<const char*, std::string> files[] = {{"flipped.vxp", project},
+                                                       {"bad.vxp", "garbage"},
+                                                       {"empty.vxp", ""},
+                                                       {"big.vxp", std::string(3 << 20, 'x')},
+                                                       {"cut.png", png.substr(0, png.size() / 2)},
+                                                       {"text.txt", std::string(70000, 'a')}};
+  for (const auto& [name, bytes] : files) std::ofstream(Path(name), std::ios::binary) << bytes;
+  fs::create_directory(Path("folder.vxp"));
   struct Case {
-    std::vector<std::string> args;
+    std::vector<std::string> args;  // --output keep.png is added where none is given
     int rc;
     const char* needle;
   } cases[] = {
       {{"render", "--no-such-option"}, 2, "--no-such-option"},
-      {{"render", "--format", "rgba"}, 1, "bad --format 'rgba': expected bgra or vuya"},
-      {{"render", "--scale", "500"}, 1, "--scale 500 is out of range (25 to 400)"},
-      {{"render", "--hscale", "24"}, 1, "--hscale 24 is out of range (25 to 400)"},
-      {{"render", "--opacity", "0=50;1=101"}, 1, "--opacity 101 is out of range"},
-      {{"render", "--position", "0=100"}, 1, "bad value '0=100' for --position"},
-      {{"render", "--position", "1=10,10", "--position", "1=20,20"}, 1, "two keyframes at 1 s"},
-      {{"render", "--frame-size", "640by480"}, 1, "bad frame size '640by480'"},
-      {{"render", "--frame-size", "0x480"}, 1, "bad frame size"},
-      {{"render", "--size", "64x4x4"}, 1, "bad frame size '64x4x4'"},
-      {{"render", "--size", "64x64", "--frame-size", "64x64"}, 1, "keep one"},
+      {{"render", "--format", "rgba"}, 2, "bad --format 'rgba': expected bgra or vuya"},
+      {{"render", "--scale", "500"}, 2, "--scale 500 is out of range (25 to 400)"},
+      {{"render", "--hscale", "24"}, 2, "--hscale 24 is out of range (25 to 400)"},
+      {{"render", "--opacity", "0=50;1=101"}, 2, "--opacity 101 is out of range"},
+      {{"render", "--position", "0=100"}, 2, "bad value '0=100' for --position"},
+      {{"render", "--position", "1=10,10", "--position", "1=20,20"}, 2, "two keyframes at 1 s"},
+      {{"render", "--rotation", "1e999"}, 2, "--rotation"},
+      {{"render", "--frame-size", "640by480"}, 2, "bad frame size '640by480'"},
+      {{"render", "--frame-size", "0x480"}, 2, "bad frame size"},
+      {{"render", "--size", "4294967297x10"}, 2, "bad frame size '4294967297x10'"},
+      {{"render", "--size", "64x4x4"}, 2, "bad frame size '64x4x4'"},
+      {{"render", "--size", "64x64", "--frame-size", "64x64"}, 2, "keep one"},
       {{"render", "--size", "big"}, 2, "'big' is neither a font size nor WxH"},
-      {{"doc", "--size", "64x64"}, 1, "--size 64x64 is a frame size"},
-      {{"render", "--background", "plaid"}, 1, "bad --background 'plaid'"},
-      {{"render", "--output", "x.jpg"}, 1, "pictures are written as PNG"},
-      {{"render", "--output", "x_%03d.jpg"}, 1, "only PNG sequences are written"},
-      {{"render", "--output", "x.nosuchformat"}, 1, "unknown output format"},
+      {{"render", "--size", "1e308"}, 2, "--size must be 0 to 1000 pixels"},
+      {{"render", "--stroke-width", "1e9"}, 2, "--stroke-width must be 0 to 1000 pixels"},
+      {{"render", "--tracking", "nan"}, 2, "--tracking must be"},
+      {{"render", "--box", "99999x10"}, 2, "is not WxH, each 0 to 16384"},
+      {{"render", "--fill", "2,0,0"}, 2, "components go from 0 to 1"},
+      {{"render", "--text", std::string(70000, 'a')}, 2, "at most 65536 are drawn"},
+      {{"render", "--from", "text.txt"}, 1, "JSON not well-formed"},
+      {{"doc", "--size", "64x64"}, 2, "--size 64x64 is a frame size"},
+      {{"doc", "--from", "/dev/zero"}, 1, "'/dev/zero' goes on past 64 MiB"},
+      {{"render", "--background", "plaid"}, 2, "bad --background 'plaid'"},
+      {{"render", "--output", "x.jpg"}, 2, "pictures are written as PNG"},
+      {{"render", "--output", "x_%03d.jpg"}, 2, "only PNG sequences are written"},
+      {{"render", "--output", "x.nosuchformat"}, 2, "unknown output format"},
       {{"render", "--frame-size", "63x48", "--output", "x.mp4"}, 1, "even width and height"},
       {{"render", "--frame-size", "8x8", "--output", "no/dir.png"}, 1, "cannot write 'no/dir.png'"},
-      {{"render", "--output", "x.mp4", "--time", "1"}, 1, "--time picks the picture"},
-      {{"render", "--time", "-1"}, 1, "--time must not be negative"},
-      {{"render", "--duration", "0"}, 1, "--duration must be above 0"},
-      {{"render", "--threads", "0"}, 1, "--threads must be 1 to 64"},
-      {{"render", "--fps", "-3"}, 1, "--fps must be above 0"},
+      {{"render", "--frame-size", "8x8", "--output", "folder.vxp"}, 2, "unknown output format"},
+      {{"render", "--output", "x.mp4", "--time", "1"}, 2, "--time picks the picture"},
+      {{"render", "--time", "-1"}, 2, "--time must be 0 to 86400 s"},
+      {{"render", "--duration", "0"}, 2, "--duration must be above 0"},
+      {{"render", "--duration", "86400", "--output", "x.mp4"}, 2, "at most 3600 s"},
+      {{"render", "--frame-size", "8192x8192", "--threads", "8"}, 2, "use at most 4"},
+      {{"render", "--threads", "0"}, 2, "--threads must be 1 to 64"},
+      {{"render", "--fps", "-3"}, 2, "--fps must be above 0"},
       {{"render", "--project", "nothere.vxp"}, 1, "cannot open 'nothere.vxp'"},
+      {{"render", "--project", "folder.vxp"}, 1, "'folder.vxp' is a folder, not a file"},
+      {{"render", "--project", "/dev/zero"}, 1, "'/dev/zero' goes on past 64 MiB"},
       {{"render", "--project", "bad.vxp"}, 1, "cannot load project 'bad.vxp'"},
+      {{"render", "--project", "empty.vxp"}, 1, "cannot load project 'empty.vxp'"},
+      {{"render", "--project", "big.vxp"}, 1, "cannot load project 'big.vxp'"},
+      {{"render", "--project", "flipped.vxp"}, 1, "cannot load project 'flipped.vxp'"},
       {{"render", "--input", "x.mp4"},
        1,
        "vetext: cannot open input 'x.mp4': No such file or directory\n"},
-      {{"render", "--input", "in.png", "--frame-size", "64x64"}, 1, "size comes from --input"},
-      {{"render", "--input", "in.png", "--background", "gradient"}, 1, "only without --input"},
-      {{"render", "--input", "in.mkv", "--fps", "12"}, 1, "the frame rate comes from --input"},
+      {{"render", "--input", "cut.png"}, 1, "cut.png"},
+      {{"render", "--input", "folder.vxp"}, 1, "folder.vxp"},
+      {{"render", "--input", "in.png", "--frame-size", "64x64"}, 2, "size comes from --input"},
+      {{"render", "--input", "in.png", "--background", "gradient"}, 2, "only without --input"},
+      {{"render", "--input", "in.mkv", "--fps", "12"}, 2, "the frame rate comes from --input"},
+      {{"render", "--input", "keep.png"}, 2, "the output 'keep.png' is the input"},
+      {{"dict", "decode", "folder.vxp"}, 1, "'folder.vxp' is a folder, not a file"},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(::testing::PrintToString(c.args));
+  for (Case& c : cases) {
+    SCOPED_TRACE(::testing::PrintToString(c.args).substr(0, 200));
+    if (c.args[0] == "render" &&
+        std::find(c.args.begin(), c.args.end(), "--output") == c.args.end())
+      c.args.insert(c.args.end(), {"--output", "keep.png"});
     vetext_test::ToolOutput r = Run(c.args);
-    EXPECT_EQ(r.rc, c.rc) << r.err;
+    EXPECT_EQ(r.rc, c.rc) << r.err;  // -1: a signal
     EXPECT_NE(r.err.find(c.needle), std::string::npos) << r.err;
+    EXPECT_TRUE(Untouched(dir_, keep));
     EXPECT_FALSE(fs::exists(Path("vetext.png")));
+  }
+  // A disk that fills up (here: a limit of 512 bytes a file, below the project's size) fails
+  // the write and keeps the earlier file.
+  fs::copy_file(Path("keep.png"), Path("saved.vxp"));
+  vetext_test::ToolOutput r =
+      Run({"render", "--frame-size", "8x8", "--output", "out.png", "--save-project", "saved.vxp"},
+          "", "trap '' XFSZ; ulimit -f 1; ");
+  EXPECT_EQ(r.rc, 1);
+  EXPECT_NE(r.err.find("cannot write 'saved.vxp': File too large"), std::string::npos) << r.err;
+  EXPECT_EQ(vetext_test::ReadWholeFile(Path("saved.vxp")), keep);
+}
+
+// Ctrl-C during a video render: stopped within a second, the earlier output as it was and no
+// temporary file left; with --keep-partial, a playable video of the frames so far.
+TEST_F(RenderCli, InterruptedRenderKeepsTheEarlierOutputOrFinishesThePartialOne) {
+  for (bool keep_partial : {false, true}) {
+    SCOPED_TRACE(keep_partial);
+    std::ofstream(Path("out.mp4"), std::ios::binary) << "earlier output";
+    std::vector<std::string> args = {VETEXT_TOOL_PATH, "render", "--frame-size", "320x240",
+                                     "--duration",     "600",    "--output",     "out.mp4"};
+    if (keep_partial) args.push_back("--keep-partial");
+    std::vector<char*> argv;
+    for (std::string& a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    const std::string dir = dir_.string();
+    const pid_t pid = fork();
+    if (pid == 0) {  // only async-signal-safe calls between fork and exec
+      const int err = chdir(dir.c_str()) == 0 ? open("stderr.txt", O_WRONLY | O_CREAT, 0644) : -1;
+      if (err >= 0 && dup2(err, 2) == 2) execv(argv[0], argv.data());
+      _exit(127);
+    }
+    ASSERT_GT(pid, 0);
+    // Wait until frames reach the temporary file, then interrupt.
+    auto part_size = [&] {
+      for (const auto& e : fs::directory_iterator(dir_))
+        if (e.path().extension() == ".part") return uintmax_t(e.file_size());
+      return uintmax_t(0);
+    };
+    for (int i = 0; i < 400 && part_size() < 20000; ++i) usleep(25000);
+    ASSERT_GT(part_size(), 0u);
+    const auto sent = std::chrono::steady_clock::now();
+    kill(pid, SIGINT);
+    int status = 0;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_LT(std::chrono::steady_clock::now() - sent, std::chrono::seconds(1));
+    ASSERT_TRUE(WIFEXITED(status)) << status;
+    EXPECT_EQ(WEXITSTATUS(status), 130);
+    EXPECT_EQ(part_size(), 0u);
+    EXPECT_NE(vetext_test::ReadWholeFile(Path("stderr.txt"))
+                  .find(keep_partial ? "holds the first" : "is left as it was"),
+              std::string::npos);
+    if (!keep_partial) {
+      EXPECT_EQ(vetext_test::ReadWholeFile(Path("out.mp4")), "earlier output");
+      continue;
+    }
+    MediaReader reader;
+    std::string err;
+    ASSERT_TRUE(reader.Open(Path("out.mp4"), &err)) << err;
+    Image img;
+    double t;
+    int frames = 0;
+    while (reader.Next(&img, &t, &err) == 1) ++frames;
+    EXPECT_GT(frames, 0);
   }
 }
 

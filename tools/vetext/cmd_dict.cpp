@@ -15,9 +15,6 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <fstream>
-#include <iostream>
-#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -30,6 +27,7 @@
 #include "engine/kte.h"
 #include "engine/slo_binary.h"
 #include "engine/slo_text.h"
+#include "files.h"
 #include "vetext/vxcore.h"
 
 namespace vetext_tool {
@@ -39,17 +37,12 @@ using JsonDoc = rapidjson::GenericDocument<rapidjson::UTF16<char16_t>>;
 using JsonValue = rapidjson::GenericValue<rapidjson::UTF16<char16_t>>;
 using SLO::Value;
 
+// The whole input ("" or "-": standard input), at most the size a dictionary may have.
 std::string ReadInput(const std::string& path) {
-  if (path.empty() || path == "-") {
-    std::string s((std::istreambuf_iterator<char>(std::cin)), std::istreambuf_iterator<char>());
-    if (std::cin.bad()) throw std::runtime_error("cannot read standard input");
-    return s;
-  }
-  std::ifstream f(path, std::ios::binary);
-  if (!f) throw std::runtime_error("cannot open '" + path + "'");
-  std::string s((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-  if (f.bad()) throw std::runtime_error("cannot read '" + path + "'");
-  return s;
+  std::vector<uint8_t> bytes;
+  std::string error;
+  if (!ReadInputFile(path, kMaxDocumentFileBytes, &bytes, &error)) throw std::runtime_error(error);
+  return std::string(bytes.begin(), bytes.end());
 }
 
 // JSON output ends with a newline for the terminal; dictionary bytes go out exactly as the format
@@ -285,12 +278,8 @@ int RunToDoc(const DictArgs& a) {
         KTE::DocumentFromDictionary(ParseDictionary(ReadInput(a.input), a.binary));
     if (!a.block_out.empty()) {
       const std::vector<uint8_t> block = KTE::WriteDocument(*doc);
-      std::ofstream f(a.block_out, std::ios::binary);
-      f.write(reinterpret_cast<const char*>(block.data()),
-              static_cast<std::streamsize>(block.size()));
-      f.close();
-      if (!f) return Fail("cannot write '" + a.block_out + "'");
-      return 0;
+      std::string error;
+      return WriteOutputFile(a.block_out, block.data(), block.size(), &error) ? 0 : Fail(error);
     }
     const std::string json = vxcore::UTF16ToUTF8(vetext::DocumentToText(doc->data, a.pretty));
     return WriteOutput(std::vector<uint8_t>(json.begin(), json.end()), true);

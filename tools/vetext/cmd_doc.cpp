@@ -1,11 +1,11 @@
 // `vetext doc`: the document the document options describe, as JSON or as a document block.
 #include <cstdio>
-#include <fstream>
 #include <memory>
 
 #include "commands.h"
 #include "doc_options.h"
 #include "document/document_json.h"
+#include "files.h"
 #include "vetext/vxcore.h"
 
 namespace vetext_tool {
@@ -21,16 +21,15 @@ int RunDoc(const DocArgs& a) {
   vetext::DocumentRecord doc;
   try {
     doc = BuildDocument(a.doc);
+  } catch (const OptionError& e) {
+    return FailOption(e.what());
   } catch (const std::exception& e) {
     return Fail(e.what());
   }
   if (!a.block.empty()) {
     const std::vector<uint8_t> block = vetext::WriteDocumentBlock(doc);
-    std::ofstream f(a.block, std::ios::binary);
-    f.write(reinterpret_cast<const char*>(block.data()), std::streamsize(block.size()));
-    f.close();
-    if (!f) return Fail("cannot write '" + a.block + "'");
-    return 0;
+    std::string error;
+    return WriteOutputFile(a.block, block.data(), block.size(), &error) ? 0 : Fail(error);
   }
   const std::string json = vxcore::UTF16ToUTF8(vetext::DocumentToText(doc, a.pretty));
   std::fwrite(json.data(), 1, json.size(), stdout);

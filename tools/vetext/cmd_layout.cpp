@@ -2,7 +2,6 @@
 // the effect caches, or drawn as SVG (glyph boxes, origins, bounds) to see where glyphs land.
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -12,6 +11,7 @@
 #include "document/document_json.h"
 #include "document/layout_json.h"
 #include "engine/kte.h"
+#include "files.h"
 #include "vetext/vxcore.h"
 
 namespace vetext_tool {
@@ -85,15 +85,14 @@ int RunLayout(const LayoutArgs& a) {
     // Through the document block, exactly as the effect composes what it persisted.
     const std::vector<uint8_t> block = vetext::WriteDocumentBlock(BuildDocument(a.doc));
     KTE::Compose(*KTE::MakeDocument(block.data(), block.size()), layout);
+  } catch (const OptionError& e) {
+    return FailOption(e.what());
   } catch (const std::exception& e) {
     return Fail(e.what());
   }
   if (!a.svg.empty()) {
-    std::ofstream f(a.svg, std::ios::binary);
-    f << LayoutToSvg(layout);
-    f.close();
-    if (!f) return Fail("cannot write '" + a.svg + "'");
-    return 0;
+    std::string error;
+    return WriteOutputFile(a.svg, LayoutToSvg(layout), &error) ? 0 : Fail(error);
   }
   const std::string json = vxcore::UTF16ToUTF8(vetext::LayoutToText(layout, a.pretty));
   std::fwrite(json.data(), 1, json.size(), stdout);

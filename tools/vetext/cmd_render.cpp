@@ -1,13 +1,11 @@
 // `vetext render`: the Text effect over a generated background, a picture, an image sequence or
 // a video, through the reference host, into a PNG, a PNG sequence or a video.
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <memory>
+#include <new>
 #include <optional>
 #include <set>
 #include <stdexcept>
@@ -18,6 +16,8 @@
 #include "commands.h"
 #include "doc_options.h"
 #include "document/document_json.h"
+#include "files.h"
+#include "interrupt.h"
 #include "keyframes.h"
 #include "media_background.h"
 #include "media_convert.h"
@@ -59,6 +59,7 @@ struct RenderArgs {
   int threads = 1;
   std::vector<std::string> position, scale, hscale, rotation, opacity, anchor;
   bool no_uniform = false;
+  bool keep_partial = false;
   DocumentOptions doc;
   // Set after parsing: which options the user gave.
   std::set<std::string> given;
@@ -69,15 +70,14 @@ struct Tracks {
   Track position, scale, hscale, rotation, opacity, anchor;
 };
 
+// Frames in flight (--threads of them, each an input, an output and the picture around them)
+// may hold at most this many pixels together: about 3 GiB, and one frame of the largest size.
+constexpr int64_t kMaxPixelsInFlight = int64_t(kMaxFrameSide) * kMaxFrameSide;
+// Without a moving input, a generated video is at most an hour long.
+constexpr double kMaxDuration = 3600;
+
 bool ParseSize(const std::string& text, int32_t* w, int32_t* h) {
-  int a = 0, b = 0;
-  char x = 0, extra = 0;
-  if (std::sscanf(text.c_str(), "%d%c%d%c", &a, &x, &b, &extra) != 3 || (x != 'x' && x != 'X'))
-    return false;
-  if (a < 1 || b < 1 || a > 16384 || b > 16384) return false;
-  *w = a;
-  *h = b;
-  return true;
+  return ParseWxH(text, 1, kMaxFrameSide, w, h);
 }
 
 bool ParseTracks(const RenderArgs& a, Tracks* t, std::string* error) {
@@ -109,26 +109,6 @@ void ApplyTrack(vxhost::Instance& inst, int32_t index, const Track& track) {
   for (const auto& [time, k] : track.keys) inst.SetValue(index, value(k), time);
 }
 
-bool ReadFile(const std::string& path, std::vector<uint8_t>* bytes, std::string* error) {
-  std::ifstream f(path, std::ios::binary);
-  if (!f) {
-    *error = "cannot open '" + path + "': " + std::strerror(errno);
-    return false;
-  }
-  bytes->assign(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
-  return true;
-}
-
-bool WriteFile(const std::string& path, const std::vector<uint8_t>& bytes, std::string* error) {
-  std::ofstream f(path, std::ios::binary | std::ios::trunc);
-  if (f) f.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
-  if (!f) {
-    *error = "cannot write '" + path + "': " + std::strerror(errno);
-    return false;
-  }
-  return true;
-}
-
 // Renders frames through one instance, several at a time when asked. Each slot keeps its own
 // host frames so that nothing is allocated per frame.
 class FrameRenderer {
@@ -155,6 +135,10 @@ class FrameRenderer {
         *error = buf;
         const char* msg = inst_.last_output().message;
         if (msg[0] != 0) *error += std::string(": ") + msg;
+        if (slots_[i]->status == kStatusOutOfMemory)
+          *error +=
+              " (out of memory: the text is too large to draw at this size; use a smaller "
+              "--size, a --box to wrap it, or less text)";
         return false;
       }
     }
@@ -180,42 +164,58 @@ int RunRender(RenderArgs& a) {
   std::string error;
   // ---- options ------------------------------------------------------------------------------
   Tracks tracks;
-  if (!ParseTracks(a, &tracks, &error)) return Fail(error);
+  if (!ParseTracks(a, &tracks, &error)) return FailOption(error);
   uint32_t format;
   if (a.format == "bgra") {
     format = kPixelFormatBGRA;
   } else if (a.format == "vuya") {
     format = kPixelFormatVUYA;
   } else {
-    return Fail("bad --format '" + a.format + "': expected bgra or vuya");
+    return FailOption("bad --format '" + a.format + "': expected bgra or vuya");
   }
-  if (a.threads < 1 || a.threads > 64) return Fail("--threads must be 1 to 64");
-  if (!(a.fps > 0 && a.fps <= 1000)) return Fail("--fps must be above 0 and at most 1000");
-  if (!(a.duration > 0 && a.duration <= 86400)) return Fail("--duration must be above 0");
-  if (!(a.time >= 0 && std::isfinite(a.time))) return Fail("--time must not be negative");
+  if (a.threads < 1 || a.threads > 64) return FailOption("--threads must be 1 to 64");
+  if (!(a.fps > 0 && a.fps <= 1000)) return FailOption("--fps must be above 0 and at most 1000");
+  if (!(a.duration > 0 && a.duration <= 86400))
+    return FailOption("--duration must be above 0 and at most 86400 s");
+  if (!(a.time >= 0 && a.time <= 86400)) return FailOption("--time must be 0 to 86400 s");
   OutputKind kind;
-  if (!ClassifyOutput(a.output, &kind, &error)) return Fail(error);
+  if (!ClassifyOutput(a.output, &kind, &error)) return FailOption(error);
   if (a.given.count("--time") && kind != OutputKind::kStill)
-    return Fail("--time picks the picture of a single-picture output; use a .png output");
+    return FailOption("--time picks the picture of a single-picture output; use a .png output");
   Background bg;
-  if (!ParseBackground(a.background, &bg, &error)) return Fail(error);
+  if (!ParseBackground(a.background, &bg, &error)) return FailOption(error);
   int32_t width = 0, height = 0;
   if (!ParseSize(a.size, &width, &height))
-    return Fail("bad frame size '" + a.size + "': expected WxH, 1 to 16384 each");
+    return FailOption("bad frame size '" + a.size + "': expected WxH, 1 to " +
+                      std::to_string(kMaxFrameSide) + " each");
 
   // ---- input --------------------------------------------------------------------------------
   std::unique_ptr<MediaReader> reader;
   if (!a.input.empty()) {
-    if (a.given.count("background")) return Fail("--background applies only without --input");
-    if (a.given.count("size")) return Fail("the frame size comes from --input; leave out the size");
+    if (a.given.count("background")) return FailOption("--background applies only without --input");
+    if (a.given.count("size"))
+      return FailOption("the frame size comes from --input; leave out the size");
+    if (SameFile(a.input, a.output) ||
+        (kind == OutputKind::kSequence && SameFile(a.input, SequenceFileName(a.output, 1))))
+      return FailOption("the output '" + a.output + "' is the input; write to another file");
     reader = std::make_unique<MediaReader>();
     if (!reader->Open(a.input, &error)) return Fail(error);
     width = reader->width();
     height = reader->height();
     if (!reader->is_still() && a.given.count("--fps"))
-      return Fail("the frame rate comes from --input; leave out --fps");
+      return FailOption("the frame rate comes from --input; leave out --fps");
   }
   const bool moving_input = reader != nullptr && !reader->is_still();
+  if (!moving_input && kind != OutputKind::kStill && a.duration > kMaxDuration)
+    return FailOption("--duration is at most " + std::to_string(int(kMaxDuration)) +
+                      " s for a generated video; render longer videos in parts");
+  // Memory is bounded by the frames in flight: fewer threads for large frames.
+  const int64_t max_threads = std::max<int64_t>(1, kMaxPixelsInFlight / (int64_t(width) * height));
+  if (a.threads > max_threads)
+    return FailOption("--threads " + std::to_string(a.threads) + " with " + std::to_string(width) +
+                      "x" + std::to_string(height) +
+                      " frames holds too many pixels at once; at this size use at most " +
+                      std::to_string(max_threads));
 
   // ---- the effect ---------------------------------------------------------------------------
   vxhost::Host host;
@@ -232,7 +232,8 @@ int RunRender(RenderArgs& a) {
 
   if (!a.project.empty()) {
     std::vector<uint8_t> bytes;
-    if (!ReadFile(a.project, &bytes, &error)) return Fail(error);
+    if (!ReadInputFile(a.project, kMaxDocumentFileBytes, &bytes, &error))
+      return Fail("cannot load project: " + error);
     if (!inst->LoadProject(bytes.data(), bytes.size(), &error))
       return Fail("cannot load project '" + a.project + "': " + error);
   }
@@ -252,6 +253,8 @@ int RunRender(RenderArgs& a) {
         centred.y = (double(height) - box.mHeight) / 2;
         inst->SetValue(kParamPosition, centred);
       }
+    } catch (const OptionError& e) {
+      return FailOption(e.what());
     } catch (const std::exception& e) {
       return Fail(e.what());
     }
@@ -268,7 +271,9 @@ int RunRender(RenderArgs& a) {
     inst->SetValue(kParamUniformScale, off);
   }
   if (!a.save_project.empty()) {
-    if (!WriteFile(a.save_project, inst->SaveProject(), &error)) return Fail(error);
+    const std::vector<uint8_t> project = inst->SaveProject();
+    if (!WriteOutputFile(a.save_project, project.data(), project.size(), &error))
+      return Fail(error);
   }
 
   // ---- frames -------------------------------------------------------------------------------
@@ -350,14 +355,17 @@ int RunRender(RenderArgs& a) {
     return 0;
   }
 
-  // Many pictures: batches of --threads frames rendered in parallel, written in order.
+  // Many pictures: batches of --threads frames rendered in parallel, written in order. Ctrl-C
+  // stops at the next batch; the destination stays as it was unless --keep-partial asks for
+  // the frames so far.
+  InterruptScope interrupt;
   FrameRenderer renderer(*inst, width, height, format, a.threads);
   ProgressBar progress(total, ProgressBar::StderrIsTerminal());
   int64_t done = 0;
   bool end = false;
   std::vector<Image> batch;
   std::vector<double> times;
-  while (!end && done < limit) {
+  while (!end && done < limit && !InterruptScope::Requested()) {
     batch.clear();
     times.clear();
     while (batch.size() < renderer.capacity() && done + int64_t(batch.size()) < limit) {
@@ -390,6 +398,18 @@ int RunRender(RenderArgs& a) {
     }
   }
   progress.Finish();
+  if (InterruptScope::Requested()) {
+    if (!writer) {
+      std::fprintf(stderr, "vetext: interrupted after %lld pictures\n",
+                   static_cast<long long>(done));
+    } else if (a.keep_partial && done > 0 && pass_audio() && writer->Finish(&error)) {
+      std::fprintf(stderr, "vetext: interrupted; '%s' holds the first %lld frames\n",
+                   a.output.c_str(), static_cast<long long>(done));
+    } else {
+      std::fprintf(stderr, "vetext: interrupted; '%s' is left as it was\n", a.output.c_str());
+    }
+    return kExitInterrupted;
+  }
   if (done == 0) return Fail("no picture in '" + a.input + "'");
   if (writer && (!pass_audio() || !writer->Finish(&error))) return Fail(error);
   if (writer && writer->audio_packets_skipped() > 0)
@@ -446,6 +466,10 @@ void Register(CLI::App& app) {
       ->group(media);
   sub->add_option("--module", args->module, "The effect module to load (default: the built one)")
       ->group(media);
+  sub->add_flag("--keep-partial", args->keep_partial,
+                "On Ctrl-C, finish the video with the frames so far instead of leaving the "
+                "output as it was")
+      ->group(media);
 
   const std::string project = "Project";
   sub->add_option("--project", args->project,
@@ -481,7 +505,7 @@ void Register(CLI::App& app) {
   sub->final_callback([sub, args, doc_options]() {
     if (args->doc.frame_size) {
       if (sub->get_option("--frame-size")->count() > 0) {
-        SetExitStatus(Fail("--size WxH and --frame-size both give the frame size; keep one"));
+        SetExitStatus(FailOption("--size WxH and --frame-size both give the frame size; keep one"));
         return;
       }
       args->size = *args->doc.frame_size;
@@ -501,7 +525,14 @@ void Register(CLI::App& app) {
     if (args->given.count("--size") || args->given.count("--frame-size"))
       args->given.insert("size");
     if (args->given.count("--background")) args->given.insert("background");
-    SetExitStatus(RunRender(*args));
+    try {
+      SetExitStatus(RunRender(*args));
+    } catch (const std::bad_alloc&) {
+      SetExitStatus(Fail("out of memory at frame size " + args->size + " with " +
+                         std::to_string(args->threads) +
+                         (args->threads == 1 ? " thread" : " threads") +
+                         "; use fewer --threads, a smaller frame or less text"));
+    }
   });
 }
 

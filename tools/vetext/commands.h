@@ -19,7 +19,10 @@ struct Registrar {
 
 void SetExitStatus(int status);
 
-// Prints "vetext: <message>" to stderr and returns 1, for a command's failure paths.
+// Prints "vetext: <message>" to stderr and returns 1, for a command's failure paths: bad input,
+// a file that cannot be read or written, an effect that fails.
 int Fail(const std::string& message);
+// The same, returning 2: an option value the command refuses.
+int FailOption(const std::string& message);
 
 }  // namespace vetext_tool

@@ -2,14 +2,14 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 #include "document/document_json.h"
 #include "engine/kte.h"
+#include "files.h"
 #include "vetext/vxcore.h"
 
 namespace vetext_tool {
@@ -25,10 +25,10 @@ Rgb ColorOption(const char* name, const std::string& v) {
 }
 
 std::vector<uint8_t> ReadBytes(const std::string& path) {
-  std::ifstream f(path, std::ios::binary);
-  if (!f) throw std::runtime_error("cannot read '" + path + "'");
-  return std::vector<uint8_t>((std::istreambuf_iterator<char>(f)),
-                              std::istreambuf_iterator<char>());
+  std::vector<uint8_t> bytes;
+  std::string error;
+  if (!ReadInputFile(path, kMaxDocumentFileBytes, &bytes, &error)) throw std::runtime_error(error);
+  return bytes;
 }
 
 std::string Lower(std::string s) {
@@ -36,12 +36,30 @@ std::string Lower(std::string s) {
   return s;
 }
 
-double Finite(const char* what, double v) {
-  if (!std::isfinite(v)) throw std::runtime_error(std::string(what) + " must be a finite number");
-  return v;
+// `v` within [lo, hi]; the message names the option and the range.
+void InRange(const char* what, double v, double lo, double hi, const char* unit) {
+  if (!(v >= lo && v <= hi)) {
+    char range[96];
+    std::snprintf(range, sizeof range, " must be %g to %g %s", lo, hi, unit);
+    throw OptionError(std::string(what) + range);
+  }
 }
 
 }  // namespace
+
+bool ParseWxH(const std::string& text, int32_t lo, int32_t hi, int32_t* w, int32_t* h) {
+  const size_t x = text.find_first_of("xX");
+  auto side = [&](size_t from, size_t to, int32_t* out) {
+    int64_t v = 0;
+    const char *b = text.data() + from, *e = text.data() + to;
+    if (b == e || !std::isdigit(static_cast<unsigned char>(*b))) return false;
+    const auto r = std::from_chars(b, e, v);
+    if (r.ec != std::errc() || r.ptr != e || v < lo || v > hi) return false;
+    *out = int32_t(v);
+    return true;
+  };
+  return x != std::string::npos && side(0, x, w) && side(x + 1, text.size(), h);
+}
 
 Rgb ParseColor(const std::string& text) {
   Rgb c;
@@ -146,11 +164,10 @@ void AddDocumentOptions(CLI::App& app, DocumentOptions& o) {
   app.add_option_function<std::string>(
          "--box",
          [&o](const std::string& v) {
-           int w = 0, h = 0;
-           char x = 0, extra = 0;
-           if (std::sscanf(v.c_str(), "%d%c%d%c", &w, &x, &h, &extra) != 3 ||
-               (x != 'x' && x != 'X') || w < 0 || h < 0)
-             throw CLI::ValidationError("--box", "'" + v + "' is not WxH");
+           int32_t w = 0, h = 0;
+           if (!ParseWxH(v, 0, kMaxBoxSide, &w, &h))
+             throw CLI::ValidationError(
+                 "--box", "'" + v + "' is not WxH, each 0 to " + std::to_string(kMaxBoxSide));
            o.box = std::make_pair(w, h);
          },
          "Text box WxH in pixels; 0x0: point text")
@@ -159,8 +176,8 @@ void AddDocumentOptions(CLI::App& app, DocumentOptions& o) {
 
 vetext::DocumentRecord BuildDocument(const DocumentOptions& o) {
   if (o.frame_size)
-    throw std::runtime_error("--size " + *o.frame_size +
-                             " is a frame size; give the font size in pixels, like --size 48");
+    throw OptionError("--size " + *o.frame_size +
+                      " is a frame size; give the font size in pixels, like --size 48");
   vetext::DocumentRecord doc;
   if (!o.from.empty()) {
     const std::vector<uint8_t> bytes = ReadBytes(o.from);
@@ -190,15 +207,21 @@ vetext::DocumentRecord BuildDocument(const DocumentOptions& o) {
 
   std::u16string font;
   if (o.font) font = KTE::FindFont(vxcore::UTF8ToUTF16(*o.font));
-  if (o.size && !(Finite("--size", *o.size) > 0))
-    throw std::runtime_error("--size must be greater than 0");
-  if (o.stroke_width && !(Finite("--stroke-width", *o.stroke_width) >= 0))
-    throw std::runtime_error("--stroke-width must not be negative");
-  if (o.leading && !(Finite("--leading", *o.leading) >= 0))
-    throw std::runtime_error("--leading must not be negative");
-  if (o.tracking) Finite("--tracking", *o.tracking);
-  if (o.kerning) Finite("--kerning", *o.kerning);
-  if (o.baseline_shift) Finite("--baseline-shift", *o.baseline_shift);
+  if (o.size && !(*o.size > 0)) throw OptionError("--size must be greater than 0");
+  if (o.size) InRange("--size", *o.size, 0, kMaxFontSize, "pixels");
+  if (o.stroke_width) InRange("--stroke-width", *o.stroke_width, 0, kMaxStrokeWidth, "pixels");
+  if (o.leading) InRange("--leading", *o.leading, 0, kMaxSpacing, "pixels");
+  if (o.tracking)
+    InRange("--tracking", *o.tracking, -kMaxSpacing, kMaxSpacing, "thousandths of an em");
+  if (o.kerning)
+    InRange("--kerning", *o.kerning, -kMaxSpacing, kMaxSpacing, "thousandths of an em");
+  if (o.baseline_shift)
+    InRange("--baseline-shift", *o.baseline_shift, -kMaxSpacing, kMaxSpacing, "pixels");
+  size_t units = 0;
+  for (const vetext::TextRun& run : doc.mTextParam.mTextRuns) units += run.mText.size();
+  if (units > kMaxTextUnits)
+    throw OptionError("the text has " + std::to_string(units) + " characters; at most " +
+                      std::to_string(kMaxTextUnits) + " are drawn");
 
   std::optional<uint32_t> alignment;
   if (o.align) {
@@ -210,8 +233,8 @@ vetext::DocumentRecord BuildDocument(const DocumentOptions& o) {
       choices += (i ? ", \"" : "\"") + name + "\"";
     }
     if (!alignment)
-      throw std::runtime_error("--align '" + *o.align + "' is not one of " + choices +
-                               (names.size() == 3 ? " (justified names need --box)" : ""));
+      throw OptionError("--align '" + *o.align + "' is not one of " + choices +
+                        (names.size() == 3 ? " (justified names need --box)" : ""));
   }
 
   for (vetext::TextRun& run : doc.mTextParam.mTextRuns) {

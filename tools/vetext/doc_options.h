@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 #include "document/records.h"
@@ -32,14 +33,32 @@ struct DocumentOptions {
   std::optional<std::pair<int32_t, int32_t>> box;
 };
 
+// The limits of the document options, far above what a title or a caption needs; they keep a
+// typo (an extra zero, an exponent) from reaching the effect as a size it cannot draw.
+constexpr double kMaxFontSize = 1000;     // --size, pixels
+constexpr double kMaxStrokeWidth = 1000;  // --stroke-width, pixels
+constexpr double kMaxSpacing = 100000;    // |--leading|, |--baseline-shift| in pixels;
+                                          // |--tracking|, |--kerning| in 1/1000 em
+constexpr int32_t kMaxBoxSide = 16384;    // --box, pixels
+constexpr size_t kMaxTextUnits = 65536;   // the document's text, UTF-16 code units
+
+// An option value the command refuses (its exit status is 2, where a bad file's is 1).
+struct OptionError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
 // Adds the options to `app` in a "Document" group; values land in `options` while parsing.
 void AddDocumentOptions(CLI::App& app, DocumentOptions& options);
 
 // The document the options describe: the base (--from, --block-in, else the default document),
 // then the box, the text (one run carrying the first run's style), every style option on every
-// run, and the alignment by name. Throws std::runtime_error (or KTE::Error for a bad record) with
+// run, and the alignment by name. Throws OptionError for a value out of its limits, and
+// std::runtime_error (or KTE::Error for a bad record) for a base file that cannot be used, with
 // a message for the user.
 vetext::DocumentRecord BuildDocument(const DocumentOptions& options);
+
+// "WxH" (or "WXH"), digits only, each side lo to hi. False for anything else.
+bool ParseWxH(const std::string& text, int32_t lo, int32_t hi, int32_t* w, int32_t* h);
 
 // "R,G,B" with components in 0..1, or "#rrggbb". Throws std::runtime_error.
 Rgb ParseColor(const std::string& text);

@@ -1,10 +1,16 @@
 // vetext: text over images and video, and the tools around the Text effect.
 #include <algorithm>
 #include <cstdio>
+#include <new>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "commands.h"
+
+extern "C" {
+#include <libavutil/log.h>
+}
 
 namespace vetext_tool {
 namespace {
@@ -37,6 +43,11 @@ int Fail(const std::string& message) {
   return 1;
 }
 
+int FailOption(const std::string& message) {
+  Fail(message);
+  return 2;
+}
+
 }  // namespace vetext_tool
 
 int main(int argc, char** argv) {
@@ -55,11 +66,20 @@ int main(int argc, char** argv) {
     if (has_render) args.push_back("render");
   }
   std::reverse(args.begin(), args.end());
+  // FFmpeg's own log lines are not for the user: every failure comes back through a return
+  // code and is reported by the command with the file it concerns.
+  av_log_set_level(AV_LOG_QUIET);
+  // The one error path: commands run inside parse(), so whatever they throw ends here as a
+  // message and a status, never as terminate().
   try {
     app.parse(args);
   } catch (const CLI::ParseError& e) {
     int rc = app.exit(e);
     return rc == 0 ? 0 : 2;
+  } catch (const std::bad_alloc&) {
+    return Fail("out of memory; try a smaller frame, fewer --threads or less text");
+  } catch (const std::exception& e) {
+    return Fail(e.what());
   }
   if (app.get_subcommands().empty()) {
     std::fputs(app.help().c_str(), stdout);

@@ -43,7 +43,7 @@ bool MediaReader::Open(const std::string& path, std::string* error) {
     *error = "cannot open input '" + path + "': " + why;
     return false;
   };
-  av_log_set_level(AV_LOG_ERROR);
+  av_log_set_level(AV_LOG_QUIET);  // failures come back as return codes
   int rc = avformat_open_input(&fmt_, path.c_str(), nullptr, nullptr);
   if (rc < 0) return fail(AvErrorText(rc));
   rc = avformat_find_stream_info(fmt_, nullptr);
@@ -66,7 +66,7 @@ bool MediaReader::Open(const std::string& path, std::string* error) {
   if (rc < 0) return fail(AvErrorText(rc));
   width_ = dec_->width;
   height_ = dec_->height;
-  if (width_ <= 0 || height_ <= 0 || width_ > 16384 || height_ > 16384)
+  if (width_ <= 0 || height_ <= 0 || width_ > kMaxFrameSide || height_ > kMaxFrameSide)
     return fail("unsupported picture size");
   const std::string fmt_name = fmt_->iformat->name;
   is_still_ = !IsSequencePattern(path) &&

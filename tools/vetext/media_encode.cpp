@@ -72,8 +72,6 @@ std::string VideoWriter::audio_codec_name() const {
 
 bool VideoWriter::Open(const std::string& path, int32_t width, int32_t height, AVRational fps,
                        const AVStream* audio_in, std::string* error, int64_t video_start) {
-  // The encoder's own statistics are noise to a user; failures are reported through `error`.
-  av_log_set_level(AV_LOG_ERROR);
   path_ = path;
   auto fail = [&](const std::string& why) {
     *error = "cannot write '" + path + "': " + why;
@@ -164,8 +162,11 @@ bool VideoWriter::Open(const std::string& path, int32_t width, int32_t height, A
   sws_setColorspaceDetails(sws_, sws_getCoefficients(SWS_CS_ITU709), 1,
                            sws_getCoefficients(SWS_CS_ITU709), 0, 0, 1 << 16, 1 << 16);
 
+  // The muxer is chosen by the destination's name above; the bytes go to a temporary file
+  // beside it until Finish, so a failed or interrupted render leaves the destination alone.
   if (!(of->flags & AVFMT_NOFILE)) {
-    rc = avio_open(&fmt_->pb, path.c_str(), AVIO_FLAG_WRITE);
+    if (!file_.Create(path, error)) return false;
+    rc = avio_open(&fmt_->pb, file_.temp_path().c_str(), AVIO_FLAG_WRITE);
     if (rc < 0) return fail(AvErrorText(rc));
   }
   rc = avformat_write_header(fmt_, nullptr);
@@ -246,11 +247,13 @@ bool VideoWriter::Finish(std::string* error) {
   if (!Drain(true, error)) return false;
   if (transcoder_ != nullptr && !transcoder_->Finish(error)) return false;
   rc = av_write_trailer(fmt_);
+  // Closing flushes the last buffer: a full disk shows here.
+  if (rc >= 0 && !(fmt_->oformat->flags & AVFMT_NOFILE)) rc = avio_closep(&fmt_->pb);
   if (rc < 0) {
     *error = "cannot write '" + path_ + "': " + AvErrorText(rc);
     return false;
   }
-  return true;
+  return (fmt_->oformat->flags & AVFMT_NOFILE) || file_.Commit(error);
 }
 
 }  // namespace vetext_tool

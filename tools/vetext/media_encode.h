@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "files.h"
 #include "media_audio.h"
 #include "media_image.h"
 
@@ -57,12 +58,14 @@ class VideoWriter {
   bool WriteFrame(const Image& image, std::string* error);
   // Takes the packet (frees it) whatever happens. Packets of a dropped stream are discarded.
   bool WriteAudio(AVPacket* packet, std::string* error);
-  // Flushes the encoder and writes the trailer.
+  // Flushes the encoder, writes the trailer and puts the file in place. Without a successful
+  // Finish (a failure, an interrupt) the destination is left as it was.
   bool Finish(std::string* error);
 
  private:
   bool Drain(bool flush, std::string* error);
   std::string path_;
+  OutputFile file_;
   AVFormatContext* fmt_ = nullptr;
   AVCodecContext* enc_ = nullptr;
   AVStream* video_ = nullptr;

@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "files.h"
+
 namespace vetext_tool {
 
 bool ReadPng(const std::string& path, Image* out, std::string* error) {
@@ -25,8 +27,11 @@ bool ReadPng(const std::string& path, Image* out, std::string* error) {
     std::fclose(f);
     return false;
   }
-  if (image.width == 0 || image.height == 0 || image.width > 32768 || image.height > 32768) {
-    *error = "cannot read PNG '" + path + "': unsupported size";
+  if (image.width == 0 || image.height == 0 || image.width > uint32_t(kMaxFrameSide) ||
+      image.height > uint32_t(kMaxFrameSide)) {
+    *error = "cannot read PNG '" + path + "': it is " + std::to_string(image.width) + "x" +
+             std::to_string(image.height) + "; pictures are at most " +
+             std::to_string(kMaxFrameSide) + " pixels a side";
     png_image_free(&image);
     std::fclose(f);
     return false;
@@ -42,18 +47,21 @@ bool ReadPng(const std::string& path, Image* out, std::string* error) {
 }
 
 bool WritePng(const std::string& path, const Image& in, std::string* error) {
+  OutputFile out;
+  if (!out.Create(path, error)) return false;
   png_image image;
   std::memset(&image, 0, sizeof image);
   image.version = PNG_IMAGE_VERSION;
   image.width = png_uint_32(in.width);
   image.height = png_uint_32(in.height);
   image.format = PNG_FORMAT_BGRA;
-  if (!png_image_write_to_file(&image, path.c_str(), 0, in.pixels.data(), int32_t(in.stride()),
-                               nullptr)) {
+  // The simplified writer checks every write and the close, so a full disk fails here.
+  if (!png_image_write_to_file(&image, out.temp_path().c_str(), 0, in.pixels.data(),
+                               int32_t(in.stride()), nullptr)) {
     *error = "cannot write '" + path + "': " + image.message;
     return false;
   }
-  return true;
+  return out.Commit(error);
 }
 
 std::string FileExtension(const std::string& path) {
@@ -96,7 +104,7 @@ bool IsSequencePattern(const std::string& path) {
 std::string SequenceFileName(const std::string& pattern, int64_t number) {
   size_t s = 0, e = 0;
   if (!FindNumberSpec(pattern, &s, &e)) return pattern;
-  char buf[32];
+  char buf[128];  // two width digits at most: up to 99 characters
   std::string conversion = pattern.substr(s, e - s - 1) + "lld";
   std::snprintf(buf, sizeof buf, conversion.c_str(), static_cast<long long>(number));
   std::string out;

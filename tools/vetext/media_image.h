@@ -7,6 +7,9 @@
 
 namespace vetext_tool {
 
+// The largest frame side the tool reads, renders or writes, in pixels.
+constexpr int32_t kMaxFrameSide = 16384;
+
 // An 8-bit BGRA picture, rows top-down and packed (stride = 4 x width). This is the one pixel
 // layout every decoder produces and every encoder takes, so conversions happen in one place.
 struct Image {
@@ -28,7 +31,8 @@ struct Image {
 
 // Reads a PNG file (any bit depth or colour type) into BGRA. False with a message on failure.
 bool ReadPng(const std::string& path, Image* out, std::string* error);
-// Writes BGRA as an 8-bit RGBA PNG. False with a message on failure.
+// Writes BGRA as an 8-bit RGBA PNG, through a temporary file beside `path` that replaces it
+// only when complete. False with a message on failure; `path` is then left as it was.
 bool WritePng(const std::string& path, const Image& image, std::string* error);
 
 // Lower-cased extension of a path without the dot ("" when none).
