@@ -230,12 +230,18 @@ struct FrameCache::Impl {
 namespace {
 
 std::array<std::atomic<FrameCache::Impl*>, kMaxCaches> g_caches{};
+std::atomic<int64_t> g_fail_every{0}, g_creations{0}, g_failed_creations{0};
 
 int32_t Create(RPixHandle* out, int32_t kind, uint32_t pixel_format, int32_t width, int32_t height,
                int32_t par_num, int32_t par_den, uint64_t byte_size) {
   if (!out) return -1;
   *out = nullptr;
   if (width <= 0 || height <= 0 || par_den == 0) return -1;
+  if (const int64_t n = g_fail_every.load(std::memory_order_relaxed);
+      n > 0 && g_creations.fetch_add(1, std::memory_order_relaxed) % n == n - 1) {
+    g_failed_creations.fetch_add(1, std::memory_order_relaxed);
+    return -1;
+  }
   uint64_t size;
   int32_t row_bytes;
   if (kind == kRPixKindRaw) {
@@ -356,6 +362,14 @@ FrameCache::~FrameCache() {
   }
   std::lock_guard lock(impl_->mutex);
   impl_->ClearLocked();
+}
+
+void FrameCache::FailEveryNthCreation(int64_t n) {
+  g_fail_every.store(n, std::memory_order_relaxed);
+}
+
+int64_t FrameCache::FailedCreations() {
+  return g_failed_creations.load(std::memory_order_relaxed);
 }
 
 void FrameCache::SetBudget(uint64_t bytes) {

@@ -175,10 +175,12 @@ void BuildTextLayout(const uint8_t* block, size_t size, LayoutRecord& out, Input
       KTE::DocumentPtr doc = KTE::MakeDocument(block, size);
       LayoutRecord composed;
       KTE::Compose(*doc, composed);
-      if (!AddEntry(suites, key, LayoutToText(composed))) return;
       // The layout text holds every field exactly (floats through shortest round-trip
       // doubles), so the composed record is the one a later hit reads back; the layout cache
-      // tests hold the two side by side.
+      // tests hold the two side by side. The entry only saves later frames the composition:
+      // when the host cannot take it (no memory for a buffer), this frame still gets its
+      // layout, or it would draw nothing and the frame's cached geometry would say so.
+      AddEntry(suites, key, LayoutToText(composed));
       out = std::move(composed);
       return;
     }

@@ -228,37 +228,70 @@ TEST_F(RenderHost, AnUnchangedDocumentIsRasterizedOnceATurnedOneResampledOnce) {
   EXPECT_EQ(host_->stats().suites_acquired.load(), host_->stats().suites_released.load());
 }
 
-TEST_F(RenderHost, FourThreadsRenderWhileTheCacheEvicts) {
+// Eight threads render through the host while the frame cache evicts all the time and every
+// fifth cache buffer cannot be had: each frame is the one rendered alone or reported as failed,
+// and once the faults stop every instance renders right again, with no handle left behind.
+TEST_F(RenderHost, EightThreadsUnderEvictionAndFailingAllocationsRenderRightOrFail) {
+  inst_.reset();
+  const int64_t live = host_->stats().live_handles.load();
   std::vector<std::unique_ptr<vxhost::Instance>> insts;
-  std::vector<Buffer> expected;
-  const char16_t* texts[4] = {u"first thread", u"second thread", u"third one", u"fourth"};
-  for (int i = 0; i < 4; ++i) {
+  std::vector<Buffer> expected;  // of instance i at 0.5 s and 1.5 s: 2 i, 2 i + 1
+  const char16_t* texts[5] = {u"first thread", u"second thread", u"third one", u"fourth", u"+1"};
+  auto render = [](vxhost::Instance& inst, double t, Frame& out) {
+    Frame in(320, 180);
+    in.Fill(0, 0, 0, 255);
+    return inst.Render(t, in, out);
+  };
+  for (int i = 0; i < 8; ++i) {
+    // Instances 4 to 7 hold one document; every text changes at the keyframe at 1 s.
+    const int k = i < 4 ? i : 0;
     inst_ = module_->CreateInstance();
-    SetDoc({{texts[i], 30.0f + 6 * i, {1, 1, 1}, {0, 0, 0}, float(i)}});
-    Set(kParamRotation, 10.0 * i);
-    expected.push_back(Render(320, 180));
+    for (double t : {0.0, 1.0}) {
+      const std::u16string text = texts[k] + std::u16string(t > 0 ? texts[4] : u"");
+      vxhost::ParamValue doc{0, 0, false, Document({{text, 30.0f + 6 * k, {1, 1, 1}, {}, 2}})};
+      ASSERT_EQ(inst_->SetValue(kParamSourceText, doc, t), 0);
+    }
+    Set(kParamRotation, 10.0 * k);
+    for (int n = 0; n < 2; ++n) {
+      Frame out(320, 180);
+      ASSERT_EQ(render(*inst_, 0.5 + n, out), 0);
+      expected.push_back(ToBuffer(out));
+    }
     insts.push_back(std::move(inst_));
   }
   host_->cache().SetBudget(8 << 10);  // smaller than two entries: constant eviction
-  uint64_t evictions = host_->cache().Stats().evictions;
-  std::atomic<int> bad{0};
+  vxhost::FrameCache::FailEveryNthCreation(5);
+  const int64_t faults = vxhost::FrameCache::FailedCreations();
+  const uint64_t evictions = host_->cache().Stats().evictions;
+  std::atomic<int> wrong{0}, failed{0}, right{0};
   std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t)
+  for (int t = 0; t < 8; ++t)
     threads.emplace_back([&, t] {
-      Frame in(320, 180), out(320, 180);
-      in.Fill(0, 0, 0, 255);
-      for (int round = 0; round < 12; ++round) {
-        int i = (t + round) % 4;
-        if (insts[i]->Render(0, in, out) != 0) ++bad;
-        // A turned text may come from its placed layer, which is within one unit of the
-        // direct composite that made the expected frame.
-        if (Diff(ToBuffer(out), expected[i]).max_abs > 1) ++bad;
+      Frame out(320, 180);
+      for (int round = 0; round < 16; ++round) {
+        if (render(*insts[size_t(t)], 0.5 + round % 2, out) != 0) {
+          ++failed;
+          continue;
+        }
+        // A turned text may come from its placed layer, within one unit of the direct composite.
+        ++(Diff(ToBuffer(out), expected[size_t(2 * t + round % 2)]).max_abs > 1 ? wrong : right);
       }
     });
   for (auto& th : threads) th.join();
-  EXPECT_EQ(bad.load(), 0);
-  EXPECT_GT(host_->cache().Stats().evictions, evictions);
+  vxhost::FrameCache::FailEveryNthCreation(0);
   host_->cache().SetBudget(512ull << 20);
+  EXPECT_EQ(wrong.load(), 0);
+  EXPECT_GT(vxhost::FrameCache::FailedCreations(), faults + 8);  // the faults reached the render
+  EXPECT_GT(right.load(), failed.load());
+  EXPECT_GT(host_->cache().Stats().evictions, evictions);
+  for (size_t i = 0; i < insts.size(); ++i)
+    for (int n = 0; n < 2; ++n) {
+      Frame out(320, 180);
+      ASSERT_EQ(render(*insts[i], 0.5 + n, out), 0) << i;
+      EXPECT_LE(Diff(ToBuffer(out), expected[2 * i + size_t(n)]).max_abs, 1) << i;
+    }
+  insts.clear();
+  EXPECT_EQ(host_->stats().live_handles.load(), live);
 }
 
 }  // namespace

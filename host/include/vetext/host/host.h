@@ -74,6 +74,11 @@ class FrameCache {
   const RPixSuite1* pix_suite() const;
   const RPixCacheSuite6* cache_suite() const;
   const RPixCreatorSuite3* creator_suite() const;
+  // A fault a test can switch on: n > 0 makes every n-th buffer creation in the process fail
+  // (as when memory runs out now and then); 0 turns it off. FailedCreations() counts the
+  // creations it refused. Safe from any thread.
+  static void FailEveryNthCreation(int64_t n);
+  static int64_t FailedCreations();
   struct Impl;
 
  private:
