@@ -4,6 +4,8 @@
 #include <cstring>
 #include <utility>
 
+#include "vetext/vxcore.h"
+
 namespace SLO {
 
 size_t MemorySource::Read(uint8_t* buffer, size_t capacity) {
@@ -13,58 +15,9 @@ size_t MemorySource::Read(uint8_t* buffer, size_t capacity) {
   return n;
 }
 
-namespace {
-
-// Decodes UTF-8 into UTF-16; a byte that does not start a valid, shortest-form sequence
-// becomes U+FFFD and decoding resumes at the next byte.
-std::u16string Utf8ToUtf16(std::string_view s) {
-  std::u16string out;
-  out.reserve(s.size());
-  size_t i = 0;
-  while (i < s.size()) {
-    uint8_t b = static_cast<uint8_t>(s[i]);
-    uint32_t cp = 0xFFFD;
-    size_t len = 1;
-    auto cont = [&](size_t k) {
-      return i + k < s.size() && (static_cast<uint8_t>(s[i + k]) & 0xC0) == 0x80;
-    };
-    auto bits = [&](size_t k) {
-      return static_cast<uint32_t>(static_cast<uint8_t>(s[i + k]) & 0x3F);
-    };
-    if (b < 0x80) {
-      cp = b;
-    } else if (b >= 0xC2 && b < 0xE0 && cont(1)) {
-      cp = ((b & 0x1Fu) << 6) | bits(1);
-      len = 2;
-    } else if (b >= 0xE0 && b < 0xF0 && cont(1) && cont(2)) {
-      uint32_t c = ((b & 0x0Fu) << 12) | (bits(1) << 6) | bits(2);
-      if (c >= 0x800 && (c < 0xD800 || c > 0xDFFF)) {
-        cp = c;
-        len = 3;
-      }
-    } else if (b >= 0xF0 && b < 0xF5 && cont(1) && cont(2) && cont(3)) {
-      uint32_t c = ((b & 0x07u) << 18) | (bits(1) << 12) | (bits(2) << 6) | bits(3);
-      if (c >= 0x10000 && c <= 0x10FFFF) {
-        cp = c;
-        len = 4;
-      }
-    }
-    if (cp >= 0x10000) {
-      cp -= 0x10000;
-      out.push_back(static_cast<char16_t>(0xD800 + (cp >> 10)));
-      out.push_back(static_cast<char16_t>(0xDC00 + (cp & 0x3FF)));
-    } else {
-      out.push_back(static_cast<char16_t>(cp));
-    }
-    i += len;
-  }
-  return out;
-}
-
-}  // namespace
-
 void PDFWriter::WriteUTF8String(std::string_view utf8) {
-  std::u16string s = Utf8ToUtf16(utf8);
+  // Converted as everywhere else in the system (a malformed sequence becomes one U+FFFD).
+  const std::u16string s = vxcore::UTF8ToUTF16(utf8.data(), utf8.size());
   WriteString(s.data(), s.size());
 }
 
