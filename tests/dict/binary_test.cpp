@@ -154,22 +154,4 @@ TEST(Nesting, LimitedToMaxDepthInEveryReader) {
   EXPECT_THROW(FromText(dicts), SLO::Error);
 }
 
-TEST(TreeWriter, RefusesWritesThatMakeNoTree) {
-  SLO::TreeWriter one, dict, array;
-  one.WriteInteger(1);
-  EXPECT_THROW(one.WriteInteger(2), SLO::Error);  // a second top-level value
-  dict.BeginDictionary();
-  EXPECT_THROW(dict.WriteInteger(1), SLO::Error);  // a value without a key
-  dict.WriteName("K");
-  EXPECT_THROW(dict.EndDictionary(), SLO::Error);  // a key without a value
-  array.BeginArray();
-  EXPECT_THROW(array.EndDictionary(), SLO::Error);  // the wrong end
-  EXPECT_THROW(array.Take(), SLO::Error);           // not complete
-  // An empty key or name value would vanish from the text form, so the walk refuses it.
-  Value d = Value::Dictionary();
-  d.Add("", Value::Integer(1));
-  EXPECT_THROW(ToText(d), SLO::Error);
-  EXPECT_THROW(ToText(Value::Array({Value::Name("")})), SLO::Error);
-}
-
 }  // namespace

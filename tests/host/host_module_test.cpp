@@ -214,18 +214,6 @@ TEST(HostCallbacks, CopyLayerKeepsVisualRowsInEveryOrientation) {
   EXPECT_NE(u->copy_layer(nullptr, nullptr, up.layer(), nullptr, nullptr), kStatusOk);
 }
 
-TEST(HostFrame, CopiesAreIndependentAndSizesAreSane) {
-  Frame a(5, 2, kPixelFormatBGRA, true);
-  a.Fill(1, 2, 3, 4);
-  Frame b = a, c(1, 1);
-  b.row(0)[0] = 99;
-  c = b;
-  EXPECT_EQ(std::tuple(a.row(0)[0], b.row(1)[2], b.bottom_up()), std::tuple(1, 3, true));
-  EXPECT_EQ(std::tuple(c.width(), c.row(0)[0]), std::tuple(5, 99));
-  EXPECT_EQ(Frame(2, 2, kPixelFormatBGRA16).layer()->row_bytes, -16);
-  EXPECT_EQ(std::tuple(Frame(-3, 4).width(), Frame(-3, 4).layer()->data), std::tuple(0, nullptr));
-}
-
 using HostRender = StandInInstance;
 
 TEST_F(HostRender, CopiesInputPassesParametersAndRejectsMismatchedFrames) {

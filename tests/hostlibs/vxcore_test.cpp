@@ -120,28 +120,6 @@ TEST(RecycledMemory, BlocksAreReusedAndTrimmed) {
   vxcore::RecycledMemory::Trim();
 }
 
-TEST(RecycledMemory, ConcurrentUseNeverSharesABlock) {
-  vxcore::RecycledMemory::Trim();
-  std::atomic<int> failures{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t)
-    threads.emplace_back([t, &failures] {
-      for (int i = 0; i < 300; ++i) {
-        const size_t size = 4096 + size_t((i * 7919 + t * 31) % 50000);
-        vxcore::RecycledMemory m(size);
-        auto* p = static_cast<uint8_t*>(m.data());
-        const auto tag = uint8_t(t * 64 + i % 64);
-        std::memset(p, tag, size);
-        std::this_thread::yield();
-        failures += std::count(p, p + size, tag) != std::ptrdiff_t(size);
-      }
-    });
-  for (auto& th : threads) th.join();
-  EXPECT_EQ(failures.load(), 0);
-  EXPECT_GT(vxcore::RecycledMemory::PooledBytes(), 0u);
-  vxcore::RecycledMemory::Trim();
-}
-
 TEST(Trace, FormatsIntoTheSinkAndIsSilentWithoutOne) {
   static std::vector<std::string> lines;
   vxcore::Trace("dropped %d", 1);

@@ -193,16 +193,6 @@ TEST(DocOptions, TextStyleBoxAndAlignment) {
   EXPECT_EQ(Build("--size 10 --align 'RIGHT align'"), all);
 }
 
-TEST(DocOptions, BadValuesAreRefused) {
-  for (const char* args :
-       {"--align 'Justify All'",  // point text
-        "--align middle", "--size 0", "--size 1920x1080", "--stroke-width -1", "--leading -1"})
-    EXPECT_THROW(Build(args), std::runtime_error) << args;
-  EXPECT_THROW(Build("--box 10by20"), CLI::ValidationError);
-  EXPECT_THROW(Build("--fill red"), CLI::ValidationError);
-  EXPECT_THROW(Build("--fill-over-stroke --stroke-over-fill"), CLI::ExcludesError);
-}
-
 TEST(DocOptions, FromJsonAndFromBlock) {
   const std::string json = testing::TempDir() + "/h3_doc.json",
                     block = testing::TempDir() + "/h3_doc.bin";

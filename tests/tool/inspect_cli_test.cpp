@@ -49,27 +49,6 @@ TEST_F(InspectCli, DescribeListsTheElevenParametersWithLabelsAndDefaults) {
   EXPECT_NE(table.out.find("25 .. 400"), std::string::npos);
 }
 
-TEST_F(InspectCli, BadInputFailsWithAMessage) {
-  std::ofstream(Path("broken.json")) << "{\"mVersion\": 1, \"mTextParam\": [";
-  struct Case {
-    std::vector<std::string> args;
-    const char* input;
-    const char* needle;
-  } cases[] = {
-      {{"describe", "--module", "/nonexistent/VEText.so"}, "", "/nonexistent/VEText.so"},
-      {{"doc", "--text", "x", "--fill", "#zz0000"}, "", "#zz0000"},
-      {{"doc", "--from", "broken.json"}, "", "JSON not well-formed"},
-      {{"dict", "decode"}, "<< /A (abc", ""},
-      {{"dict", "encode"}, R"({"A":{"/":"has space"}})", ""},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(::testing::PrintToString(c.args));
-    Output o = Run(c.args, c.input);
-    EXPECT_TRUE(o.rc != 0 && !o.err.empty()) << o.rc;
-    EXPECT_NE(o.err.find(c.needle), std::string::npos) << o.err;
-  }
-}
-
 TEST_F(InspectCli, ADocumentBlockReadsBackAndSurvivesItsDictionaryForm) {
   Ok({"doc", "--text", "Grüße 𝄞", "--size", "33", "--box", "300x200", "--block", "in.block"});
   // An 8-byte count, then that many bytes of UTF-16.
