@@ -212,7 +212,7 @@ TEST(DocOptions, FromJsonAndFromBlock) {
   EXPECT_THROW(Build("--from " + json + " --block-in " + block), CLI::ExcludesError);
 
   write(json, "{\"mTextParam\":");
-  EXPECT_THROW(Build("--from " + json), KTE::Error);
+  EXPECT_THROW(Build("--from " + json), std::runtime_error);
   std::remove(json.c_str());
   std::remove(block.c_str());
 }

@@ -150,9 +150,9 @@ TEST_F(RenderCli, BadOptionsAndInputsFailWithAClearMessageAndLoseNothing) {
       {{"render", "--input", "in.mkv", "--fps", "12"}, 2, "the frame rate comes from --input"},
       {{"render", "--input", "keep.png"}, 2, "the output 'keep.png' is the input"},
       {{"dict", "decode", "folder.vxp"}, 1, "'folder.vxp' is a folder, not a file"},
-      {{"dict", "decode"}, 1, "SLOTextPDFReader", "<< /A (abc"},
+      {{"dict", "decode"}, 1, "in standard input: unterminated string at byte", "<< /A (abc"},
       {{"dict", "encode"}, 1, "vetext: ", R"({"A":{"/":"has space"}})"},
-      {{"doc", "--from", "broken.json"}, 1, "JSON not well-formed"},
+      {{"doc", "--from", "broken.json"}, 1, "the document in 'broken.json': JSON not well-formed"},
       {{"describe", "--module", "/nonexistent/VEText.so"}, 1, "/nonexistent/VEText.so"},
   };
   for (Case& c : cases) {

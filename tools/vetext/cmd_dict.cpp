@@ -228,6 +228,17 @@ std::vector<uint8_t> WriteValue(const Value& tree, const DictArgs& a) {
   return out;
 }
 
+// A failure in the user's words: a reader's error names the input and the byte where reading
+// stopped, a writer's what could not be written; neither names the engine's classes.
+int FailWith(const std::string& input, const std::exception& e) {
+  const auto* slo = dynamic_cast<const SLO::Error*>(&e);
+  if (slo == nullptr) return Fail(e.what());
+  const std::string name = input.empty() || input == "-" ? "standard input" : "'" + input + "'";
+  if (slo->offset() < 0) return Fail("cannot write the dictionary: " + slo->message());
+  return Fail("cannot read the dictionary in " + name + ": " + slo->message() + " at byte " +
+              std::to_string(slo->offset()));
+}
+
 int RunEncode(const DictArgs& a) {
   try {
     const std::string text = ReadInput(a.input);
@@ -241,7 +252,7 @@ int RunEncode(const DictArgs& a) {
                   std::to_string(json.GetErrorOffset()));
     return WriteOutput(WriteValue(FromJson(json, 0), a), false);  // the format's exact bytes
   } catch (const std::exception& e) {
-    return Fail(e.what());
+    return FailWith(a.input, e);
   }
 }
 
@@ -255,7 +266,7 @@ int RunDecode(const DictArgs& a) {
     const char* s = buffer.GetString();
     return WriteOutput(std::vector<uint8_t>(s, s + buffer.GetSize()), true);
   } catch (const std::exception& e) {
-    return Fail(e.what());
+    return FailWith(a.input, e);
   }
 }
 
@@ -268,7 +279,7 @@ int RunFromDoc(DictArgs a) {
                                         : KTE::WriteDocumentText(doc, a.precision, a.line_mode);
     return WriteOutput(out, false);  // the format's exact bytes
   } catch (const std::exception& e) {
-    return Fail(e.what());
+    return FailWith(a.input, e);
   }
 }
 
@@ -284,7 +295,7 @@ int RunToDoc(const DictArgs& a) {
     const std::string json = vxcore::UTF16ToUTF8(vetext::DocumentToText(doc->data, a.pretty));
     return WriteOutput(std::vector<uint8_t>(json.begin(), json.end()), true);
   } catch (const std::exception& e) {
-    return Fail(e.what());
+    return FailWith(a.input, e);
   }
 }
 

@@ -179,14 +179,20 @@ vetext::DocumentRecord BuildDocument(const DocumentOptions& o) {
     throw OptionError("--size " + *o.frame_size +
                       " is a frame size; give the font size in pixels, like --size 48");
   vetext::DocumentRecord doc;
-  if (!o.from.empty()) {
-    const std::vector<uint8_t> bytes = ReadBytes(o.from);
-    const std::u16string text =
-        vxcore::UTF8ToUTF16(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    vetext::TextToDocument(text.data(), text.size(), doc);
-  } else if (!o.block_in.empty()) {
-    const std::vector<uint8_t> bytes = ReadBytes(o.block_in);
-    doc = KTE::MakeDocument(bytes.data(), bytes.size())->data;
+  if (!o.from.empty() || !o.block_in.empty()) {
+    const std::string& path = o.from.empty() ? o.block_in : o.from;
+    const std::vector<uint8_t> bytes = ReadBytes(path);
+    try {
+      if (!o.from.empty()) {
+        const std::u16string text =
+            vxcore::UTF8ToUTF16(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+        vetext::TextToDocument(text.data(), text.size(), doc);
+      } else {
+        doc = KTE::MakeDocument(bytes.data(), bytes.size())->data;
+      }
+    } catch (const std::exception& e) {
+      throw std::runtime_error("cannot read the document in '" + path + "': " + e.what());
+    }
   } else {
     doc = KTE::MakeDefaultDocument()->data;
   }

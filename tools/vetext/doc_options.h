@@ -53,8 +53,8 @@ void AddDocumentOptions(CLI::App& app, DocumentOptions& options);
 // The document the options describe: the base (--from, --block-in, else the default document),
 // then the box, the text (one run carrying the first run's style), every style option on every
 // run, and the alignment by name. Throws OptionError for a value out of its limits, and
-// std::runtime_error (or KTE::Error for a bad record) for a base file that cannot be used, with
-// a message for the user.
+// std::runtime_error for a base file that cannot be read or is no document, with a message for
+// the user that names the file.
 vetext::DocumentRecord BuildDocument(const DocumentOptions& options);
 
 // "WxH" (or "WXH"), digits only, each side lo to hi. False for anything else.
