@@ -77,11 +77,15 @@ TEST_F(RenderCli, BadOptionsAndInputsFailWithAClearMessageAndLoseNothing) {
   std::string project = vetext_test::ReadWholeFile(Path("p.vxp"));
   for (size_t i = 8; i < project.size(); i += 7) project[i] = char(project[i] ^ 0x5A);
   const std::string png = vetext_test::ReadWholeFile(Path("in.png"));
+  std::string mkv = vetext_test::ReadWholeFile(Path("in.mkv"));
+  for (size_t i = 0; i < 64; ++i) mkv[i] = char(mkv[i] ^ 0xA5);
   const std::pair<const char*, std::string> files[] = {{"flipped.vxp", project},
                                                        {"bad.vxp", "garbage"},
                                                        {"empty.vxp", ""},
                                                        {"big.vxp", std::string(3 << 20, 'x')},
                                                        {"cut.png", png.substr(0, png.size() / 2)},
+                                                       {"flipped.mkv", mkv},
+                                                       {"empty.mp4", ""},
                                                        {"text.txt", std::string(70000, 'a')}};
   for (const auto& [name, bytes] : files) std::ofstream(Path(name), std::ios::binary) << bytes;
   fs::create_directory(Path("folder.vxp"));
@@ -145,6 +149,8 @@ TEST_F(RenderCli, BadOptionsAndInputsFailWithAClearMessageAndLoseNothing) {
        "vetext: cannot open input 'x.mp4': No such file or directory\n"},
       {{"render", "--input", "cut.png"}, 1, "cut.png"},
       {{"render", "--input", "folder.vxp"}, 1, "folder.vxp"},
+      {{"render", "--input", "flipped.mkv"}, 1, "cannot open input 'flipped.mkv'"},
+      {{"render", "--input", "empty.mp4", "--output", "x.mp4"}, 1, "cannot open input 'empty.mp4'"},
       {{"render", "--input", "in.png", "--frame-size", "64x64"}, 2, "size comes from --input"},
       {{"render", "--input", "in.png", "--background", "gradient"}, 2, "only without --input"},
       {{"render", "--input", "in.mkv", "--fps", "12"}, 2, "the frame rate comes from --input"},
