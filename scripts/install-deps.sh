@@ -14,6 +14,9 @@ packages=(
   libpng-dev libcli11-dev ffmpeg
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev libass-dev
+  # the frei0r filter, and the real programs that load it in the tests
+  frei0r-plugins-dev melt gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good
+  gstreamer1.0-plugins-bad
   # fonts: Latin (metric-compatible stand-in for the default font), fallback, CJK, Devanagari
   fonts-liberation2 fonts-dejavu-core fonts-wqy-microhei fonts-lohit-deva fontconfig
 )

@@ -1,5 +1,6 @@
 // The Host: host callbacks, handles, label tables, suite services and frames.
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -474,8 +475,12 @@ void Host::ClearDrawing() {
 
 std::string DefaultModulePath() {
   if (const char* env = std::getenv("VETEXT_MODULE"); env && *env) return env;
+    // The build tree's module while it is there; once installed, the installed one.
 #ifdef VETEXT_DEFAULT_MODULE
-  return VETEXT_DEFAULT_MODULE;
+  if (access(VETEXT_DEFAULT_MODULE, F_OK) == 0) return VETEXT_DEFAULT_MODULE;
+#endif
+#ifdef VETEXT_INSTALLED_MODULE
+  return VETEXT_INSTALLED_MODULE;
 #else
   return "VEText.so";
 #endif
@@ -507,12 +512,27 @@ Frame::Frame(int32_t width, int32_t height, uint32_t pixel_format, bool bottom_u
   }
 }
 
-Frame::Frame(const Frame& other)
-    : storage_(other.storage_), layer_(other.layer_), bpp_(other.bpp_) {
-  if (other.layer_.data) {
-    const auto offset = static_cast<const uint8_t*>(other.layer_.data) - other.storage_.data();
-    layer_.data = storage_.data() + offset;
-  }
+Frame Frame::View(void* top_row, int32_t width, int32_t height, int32_t row_bytes,
+                  uint32_t pixel_format) {
+  Frame f(0, 0, pixel_format);
+  f.layer_.width = std::max(width, 0);
+  f.layer_.height = std::max(height, 0);
+  f.layer_.extent_hint = VxRect{0, 0, f.layer_.width, f.layer_.height};
+  f.layer_.data = top_row;
+  f.layer_.row_bytes = row_bytes;
+  return f;
+}
+
+Frame::Frame(const Frame& other) : layer_(other.layer_), bpp_(other.bpp_) {
+  if (!other.layer_.data) return;
+  // Rows are copied in visual order into storage laid out the way the source is (bottom-up
+  // or top-down), whether the source owns its pixels or views a caller's.
+  const size_t row_len = size_t(layer_.width) * size_t(bpp_);
+  storage_.resize(row_len * size_t(layer_.height));
+  const bool up = other.bottom_up();
+  layer_.row_bytes = int32_t(up ? -int64_t(row_len) : int64_t(row_len));
+  layer_.data = up ? storage_.data() + row_len * size_t(layer_.height - 1) : storage_.data();
+  for (int32_t y = 0; y < layer_.height; ++y) std::memcpy(row(y), other.row(y), row_len);
 }
 
 Frame& Frame::operator=(const Frame& other) {
@@ -527,7 +547,11 @@ Frame& Frame::operator=(const Frame& other) {
 
 void Frame::Fill(uint8_t b0, uint8_t b1, uint8_t b2, uint8_t b3) {
   const uint8_t pattern[4] = {b0, b1, b2, b3};
-  for (size_t i = 0; i < storage_.size(); ++i) storage_[i] = pattern[i % 4];
+  const size_t row_len = size_t(layer_.width) * size_t(bpp_);
+  for (int32_t y = 0; y < layer_.height; ++y) {
+    uint8_t* r = row(y);
+    for (size_t i = 0; i < row_len; ++i) r[i] = pattern[i % 4];
+  }
 }
 
 }  // namespace vxhost

@@ -394,6 +394,15 @@ ParamValue Instance::ValueAt(int32_t index, double time) const {
   return impl_->ValueAt(index, time);
 }
 
+std::vector<double> Instance::KeyTimes(int32_t index) const {
+  const Impl& inst = *impl_;
+  std::vector<double> times;
+  if (index < 0 || size_t(index) >= inst.slots.size()) return times;
+  std::shared_lock lock(inst.store_mutex);
+  for (const Keyframe& k : inst.slots[size_t(index)].keys) times.push_back(k.time);
+  return times;
+}
+
 void Instance::SetLayerSize(int32_t width, int32_t height) {
   impl_->layer_width.store(width);
   impl_->layer_height.store(height);

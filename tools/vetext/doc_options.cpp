@@ -196,7 +196,11 @@ vetext::DocumentRecord BuildDocument(const DocumentOptions& o) {
   } else {
     doc = KTE::MakeDefaultDocument()->data;
   }
+  ApplyDocumentOptions(o, doc);
+  return doc;
+}
 
+void ApplyDocumentOptions(const DocumentOptions& o, vetext::DocumentRecord& doc) {
   if (o.box) KTE::SetTextBox(doc, o.box->first, o.box->second);
 
   if (o.text) {
@@ -261,7 +265,6 @@ vetext::DocumentRecord BuildDocument(const DocumentOptions& o) {
     if (o.fill_over_stroke) s.mFillOverStroke = *o.fill_over_stroke;
     if (alignment) run.mParaParam.mAlignment = *alignment;
   }
-  return doc;
 }
 
 }  // namespace vetext_tool

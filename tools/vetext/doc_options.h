@@ -56,6 +56,9 @@ void AddDocumentOptions(CLI::App& app, DocumentOptions& options);
 // std::runtime_error for a base file that cannot be read or is no document, with a message for
 // the user that names the file.
 vetext::DocumentRecord BuildDocument(const DocumentOptions& options);
+// The second half of BuildDocument: the options applied to a document the caller already holds
+// (--from and --block-in are ignored). Throws OptionError as BuildDocument does.
+void ApplyDocumentOptions(const DocumentOptions& options, vetext::DocumentRecord& doc);
 
 // "WxH" (or "WXH"), digits only, each side lo to hi. False for anything else.
 bool ParseWxH(const std::string& text, int32_t lo, int32_t hi, int32_t* w, int32_t* h);

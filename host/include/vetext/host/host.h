@@ -32,6 +32,11 @@ class Frame {
   // any other code is taken as 4 bytes per pixel (for tests of unsupported formats).
   Frame(int32_t width, int32_t height, uint32_t pixel_format = kPixelFormatBGRA,
         bool bottom_up = true);
+  // A frame over pixels the caller owns (a client's buffer), which must outlive it: `top_row` is
+  // the first row in visual order, `row_bytes` the step to the next one (negative for bottom-up
+  // memory). Copies of it copy the pixels into storage of their own.
+  static Frame View(void* top_row, int32_t width, int32_t height, int32_t row_bytes,
+                    uint32_t pixel_format = kPixelFormatBGRA);
   Frame(const Frame& other);
   Frame& operator=(const Frame& other);
   bool bottom_up() const { return layer_.row_bytes < 0; }
@@ -194,6 +199,8 @@ class Instance {
   // (arbitrary data: a fresh copy of the default).
   void ResetValue(int32_t index);
   ParamValue ValueAt(int32_t index, double time) const;
+  // The times of the parameter's keyframes, ascending; empty for a constant or default value.
+  std::vector<double> KeyTimes(int32_t index) const;
   // The layer size that turns point defaults (percent) into pixels outside Render, which uses
   // its input frame's size (and remembers it here).
   void SetLayerSize(int32_t width, int32_t height);
