@@ -34,7 +34,7 @@ ctest --test-dir build-asan -j"$jobs" --output-on-failure --timeout 600
 # The tests that run threads, under ThreadSanitizer; only their executables are built.
 cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVETEXT_TSAN=ON \
   -DVETEXT_BENCH=OFF
-ninja -C build-tsan -j"$jobs" test_hostlibs test_engine test_render test_host
+ninja -C build-tsan -j"$jobs" test_hostlibs test_engine test_render test_host test_adapters
 ctest --test-dir build-tsan -j"$jobs" --output-on-failure --timeout 600 \
   -R "Thread|Concurrent|Mutex"
 

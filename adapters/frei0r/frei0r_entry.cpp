@@ -48,6 +48,16 @@ bool Guard(const char* what, Fn&& fn) {
   return false;
 }
 
+// frei0r gives the time in seconds, and MLT and GStreamer keep to that; FFmpeg's frei0r filter
+// has always passed milliseconds. The caller is told apart by the library the call comes from.
+double ClientSeconds(double time, const void* caller) {
+  Dl_info info{};
+  if (dladdr(caller, &info) != 0 && info.dli_fname != nullptr &&
+      std::strstr(info.dli_fname, "libavfilter") != nullptr)
+    return time / 1000.0;
+  return time;
+}
+
 bool ValidIndex(int index) {
   return index >= 0 && size_t(index) < vetext_frei0r::Params().size();
 }
@@ -176,6 +186,7 @@ VETEXT_FREI0R_EXPORT void f0r_update(f0r_instance_t instance, double time, const
                                      uint32_t* outframe) {
   if (instance == nullptr || inframe == nullptr || outframe == nullptr) return;
   auto* filter = static_cast<TextFilter*>(instance);
-  if (!Guard("update", [&] { filter->Update(time, inframe, outframe); }) && inframe != outframe)
+  const double seconds = ClientSeconds(time, __builtin_return_address(0));
+  if (!Guard("update", [&] { filter->Update(seconds, inframe, outframe); }) && inframe != outframe)
     std::memcpy(outframe, inframe, filter->frame_bytes());
 }
