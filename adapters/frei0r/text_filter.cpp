@@ -435,10 +435,8 @@ void TextFilter::Update(double time, const uint32_t* in, uint32_t* out) {
   }
   if (error.empty()) error = failure_;
   if (error.empty()) {
-    if (in == out) {
-      scratch_.assign(in, in + pixels);
-      in = scratch_.data();
-    }
+    // In place (in == out) needs no copy of its own: the effect's first step copies the input
+    // layer onto the output, a no-op for one buffer, and reads only the output after it.
     const int32_t stride = int32_t(width_) * 4;
     // frei0r frames are top row first: a positive stride, which the effect takes as it is.
     const vxhost::Frame src =

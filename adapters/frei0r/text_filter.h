@@ -76,12 +76,11 @@ class TextFilter {
 
   uint32_t width_, height_;
   std::unique_ptr<vxhost::Instance> instance_;
-  std::vector<Value> values_;      // what the client set, in frei0r units
-  std::vector<Value> applied_;     // what the instance holds (empty: nothing yet)
-  bool has_project_ = false;       // the text names a project: it brings its own transform
-  std::string failure_;            // why the current settings cannot be drawn ("" if they can)
-  std::string reported_;           // the last reason written to stderr
-  std::vector<uint32_t> scratch_;  // the input when the client renders in place
+  std::vector<Value> values_;   // what the client set, in frei0r units
+  std::vector<Value> applied_;  // what the instance holds (empty: nothing yet)
+  bool has_project_ = false;    // the text names a project: it brings its own transform
+  std::string failure_;         // why the current settings cannot be drawn ("" if they can)
+  std::string reported_;        // the last reason written to stderr
 };
 
 }  // namespace vetext_frei0r

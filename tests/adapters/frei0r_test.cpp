@@ -8,10 +8,12 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "exported_symbols.h"
 #include "tool_run.h"
 
 extern "C" {
@@ -240,6 +242,14 @@ class Frei0rEntry : public ::testing::Test {
   void (*set_)(f0r_instance_t, f0r_param_t, int) = nullptr;
   void (*update_)(f0r_instance_t, double, const uint32_t*, uint32_t*) = nullptr;
 };
+
+TEST(Frei0rExports, ExactlyTheFrei0rEntryPoints) {
+  const std::set<std::string> expected = {
+      "f0r_init",      "f0r_deinit",   "f0r_get_plugin_info", "f0r_get_param_info",
+      "f0r_construct", "f0r_destruct", "f0r_set_param_value", "f0r_get_param_value",
+      "f0r_update"};
+  EXPECT_EQ(vetext_test::ExportedSymbols(VETEXT_FREI0R_PATH), expected);
+}
 
 TEST_F(Frei0rEntry, InPlaceAndTwoThreadsDrawWhatSeparateBuffersDraw) {
   const unsigned w = 320, h = 96;

@@ -11,6 +11,7 @@
 
 #include "effect/lifecycle.h"
 #include "engine/kte.h"
+#include "exported_symbols.h"
 #include "host_helpers.h"
 #include "overlay/events.h"
 #include "vetext/host/host.h"
@@ -368,20 +369,9 @@ TEST_F(Effect, ParamUtilsSuiteRelabelsScaleAndIsNeededForChanges) {
   EXPECT_EQ(inst->Command(kCmdUpdateParamsUI, nullptr), kStatusSuiteThrew);
 }
 
-// The defined dynamic symbols of the module, as binutils reads its dynamic symbol table.
-std::set<std::string> ExportedSymbols(const std::string& path) {
-  std::set<std::string> names;
-  FILE* nm = popen(("nm -D --defined-only --format=just-symbols '" + path + "'").c_str(), "r");
-  char line[512];
-  while (nm != nullptr && std::fgets(line, sizeof line, nm) != nullptr)
-    names.insert(std::string(line, std::strcspn(line, "\n")));
-  EXPECT_TRUE(nm != nullptr && pclose(nm) == 0) << "nm failed on " << path;
-  return names;
-}
-
 TEST(Entry, ExportsExactlyTheTwoEntryPoints) {
   const std::set<std::string> expected = {"EffectMain", "xGPUFilterEntry"};
-  EXPECT_EQ(ExportedSymbols(vxhost::DefaultModulePath()), expected);
+  EXPECT_EQ(vetext_test::ExportedSymbols(vxhost::DefaultModulePath()), expected);
 }
 
 }  // namespace
