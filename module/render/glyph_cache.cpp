@@ -410,6 +410,8 @@ void AccumulateRow(const uint8_t* __restrict up, const uint8_t* __restrict low, 
 // the literal blend paints them; the reduction is the mean of each over the block. Each block
 // row is summed down its columns first (the mask's row shifted right by sub_x, so that every
 // group of four columns is one block), then across.
+}  // namespace
+
 std::shared_ptr<GlyphMask> ReduceMask(const GlyphMask& m, int sub_x, int sub_y, bool fill_first) {
   auto r = std::make_shared<GlyphMask>();
   r->width = (sub_x + m.width + 3) / 4;
@@ -447,8 +449,6 @@ std::shared_ptr<GlyphMask> ReduceMask(const GlyphMask& m, int sub_x, int sub_y, 
   }
   return r;
 }
-
-}  // namespace
 
 std::shared_ptr<const GlyphMask> GetReducedGlyphMask(const std::u16string& font_name,
                                                      int32_t glyph_id, float font_size,

@@ -58,6 +58,9 @@ std::shared_ptr<const GlyphMask> GetReducedGlyphMask(const std::u16string& font_
                                                      float stroke_width, int phase_x, int phase_y,
                                                      int sub_x, int sub_y, bool fill_first);
 
+// The reduction GetReducedGlyphMask caches, of any mask (a glyph cut at a buffer's edge).
+std::shared_ptr<GlyphMask> ReduceMask(const GlyphMask& mask, int sub_x, int sub_y, bool fill_first);
+
 // The font file and face index that a font name resolves to ("" when nothing resolves).
 std::string ResolveFontFile(const std::u16string& font_name, int* face_index);
 

@@ -255,23 +255,44 @@ bool RasterizeLayoutReduced(const LayoutRecord& layout, int32_t W, int32_t H, fl
     int32_t x, y;  // top-left pixel of the reduced mask in the bordered image
     uint8_t top[4], bot[4];
   };
-  // The full masks' placement decides each glyph's block phase and whether it fits: the literal
-  // picture clips a glyph at the buffer's edge, a reduced glyph cannot be.
+  // The full masks' placement decides each glyph's block phase. The literal picture clips a
+  // glyph at the buffer's edges, so a glyph reaching past one is cut the same way at 4x before it
+  // is reduced (not cached: only the glyphs at the edges of a block ever are).
   bool clipped;
   const std::vector<Placed> placed = PlaceGlyphs(layout, W, H, ox, oy, pixel_format, &clipped);
-  if (clipped) return false;
   std::vector<Item> items;
   items.reserve(placed.size());
   for (const Placed& p : placed) {
     const CharacterRecord& c = *p.record;
     const bool stroked = !p.mask->stroke.empty();
-    auto mask = GetReducedGlyphMask(c.mFontName, c.mGlyphID, c.mFontSize, p.stroke, p.phase_x,
-                                    p.phase_y, p.x & 3, p.y & 3, stroked && p.fill_first);
+    const GlyphMask& full = *p.mask;
+    const int32_t x0 = std::max(p.x, 0), y0 = std::max(p.y, 0);
+    const int32_t x1 = std::min(p.x + full.width, W), y1 = std::min(p.y + full.height, H);
+    std::shared_ptr<const GlyphMask> mask;
+    if (x0 == p.x && y0 == p.y && x1 == p.x + full.width && y1 == p.y + full.height) {
+      mask = GetReducedGlyphMask(c.mFontName, c.mGlyphID, c.mFontSize, p.stroke, p.phase_x,
+                                 p.phase_y, p.x & 3, p.y & 3, stroked && p.fill_first);
+    } else {
+      GlyphMask cut;
+      cut.width = x1 - x0;
+      cut.height = y1 - y0;
+      const size_t n = size_t(cut.width) * size_t(cut.height);
+      cut.fill.resize(n);
+      if (stroked) cut.stroke.resize(n);
+      for (int32_t r = 0; r < cut.height; ++r) {
+        const size_t from = size_t(y0 - p.y + r) * size_t(full.width) + size_t(x0 - p.x);
+        const size_t to = size_t(r) * size_t(cut.width);
+        std::memcpy(cut.fill.data() + to, full.fill.data() + from, size_t(cut.width));
+        if (stroked)
+          std::memcpy(cut.stroke.data() + to, full.stroke.data() + from, size_t(cut.width));
+      }
+      mask = ReduceMask(cut, x0 & 3, y0 & 3, stroked && p.fill_first);
+    }
     if (!mask) continue;
     Item it;
     it.mask = std::move(mask);
-    it.x = (p.x >> 2) + 1;
-    it.y = (p.y >> 2) + 1;
+    it.x = (x0 >> 2) + 1;
+    it.y = (y0 >> 2) + 1;
     const uint8_t* tc = p.paint.fill;
     const uint8_t* bc = p.paint.stroke;
     if (stroked && p.fill_first) std::swap(tc, bc);

@@ -24,9 +24,9 @@ void RasterizeLayout(const LayoutRecord& layout, uint8_t* buf, int32_t row_bytes
 // reduced glyph masks without the 4x picture: `out` is a zeroed bordered image of
 // (ceil(W / 4) + 2) x (ceil(H / 4) + 2) pixels (the layout of an IR_Prefiltered reduction).
 // Equal to reducing the literal picture within rounding where glyphs do not overlap, and within
-// the coverage of shared edges where they do. The CPU picture only (no flip). Returns false,
-// having drawn nothing, when a glyph reaches past the buffer's edge (the literal picture clips
-// it there; the caller then takes the literal path).
+// the coverage of shared edges where they do; a glyph reaching past the buffer's edge is cut
+// there as the literal picture cuts it. The CPU picture only (no flip). Returns false, having
+// drawn nothing, only for an empty buffer or a null `out`.
 bool RasterizeLayoutReduced(const LayoutRecord& layout, int32_t W, int32_t H, float ox, float oy,
                             uint32_t pixel_format, uint8_t* out);
 

@@ -143,7 +143,7 @@ const uint8_t* FrameText::Raster(const RasterGeometry& g) {
 }
 
 // Draws the reduction described by *h into `image` (zeroed): from reduced glyphs where `direct`
-// allows and every glyph fits, else by reducing the 4x raster (then not displaced).
+// allows, else by reducing the 4x raster (then not displaced).
 void FrameText::MakeReduction(const RasterGeometry& g, bool direct, PrefilterEntryHeader* h,
                               uint8_t* image) {
   if (direct) {
