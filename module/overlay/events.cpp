@@ -1,6 +1,8 @@
 #include "overlay/events.h"
 
+#include "overlay/transform_box.h"
 #include "params/params.h"
+#include "vetext/overlay.h"
 
 namespace vetext {
 namespace {
@@ -26,20 +28,29 @@ void ViewerToLayer(const EventRecord& ev, int32_t& x, int32_t& y) {
   y = fy >> 16;
 }
 
-// ---- the overlay drawing and hit tests are not built yet -------------------------------------
-// Until they are, the Transform box reports no zone, a click in the text hits nothing and the
-// draw handlers draw nothing; the routing, the gates and the handled flags around them are final.
-int32_t HitTestTransformBox(InputRecord*, ParamList*, const EventRecord&) {
-  return kNoZone;
+// The Transform box's zone under the event's point, hit-tested in viewer pixels.
+int32_t HitTestTransformBox(InputRecord* in, OutputRecord* out, ParamList* params,
+                            const EventRecord& ev) {
+  TransformBox box;
+  if (!MakeTransformBox(in, out, params, &box)) return kNoZone;
+  return HitTestBox(BoxInViewer(box, ev), ev.click_x, ev.click_y);
 }
+
+void DrawBox(InputRecord* in, OutputRecord* out, ParamList* params, EventRecord& ev) {
+  TransformBox box;
+  if (MakeTransformBox(in, out, params, &box)) DrawTransformBox(in, BoxInViewer(box, ev), ev);
+}
+
+// ---- the text editing overlay is not built yet ------------------------------------------------
+// Until it is, a click in the text hits nothing and the Source Text overlay draws nothing; the
+// routing, the gates and the handled flags around them are final.
 bool HitTestTextEditing(InputRecord*, ParamList*, int32_t, int32_t) {
   return false;
 }
-void DrawTransformBox(InputRecord*, ParamList*, EventRecord&) {}
 void DrawTextFrame(InputRecord*, ParamList*, EventRecord&) {}
 void DrawTextSelection(InputRecord*, ParamList*, EventRecord&) {}
 
-void OnClick(InputRecord* in, ParamList* params, EventRecord& ev) {
+void OnClick(InputRecord* in, OutputRecord* out, ParamList* params, EventRecord& ev) {
   if (!InProgramViewer(ev)) return;
   bool hit = false;
   if (ev.param_index == kParamSourceText) {
@@ -49,7 +60,7 @@ void OnClick(InputRecord* in, ParamList* params, EventRecord& ev) {
     g_last_click = PackPoint(x, y);
     hit = HitTestTextEditing(in, params, x, y);
   } else if (ev.param_index == kParamTransformGroup) {
-    hit = HitTestTransformBox(in, params, ev) != kNoZone;
+    hit = HitTestTransformBox(in, out, params, ev) != kNoZone;
   }
   if (hit) ev.handled = 1;
 }
@@ -59,20 +70,20 @@ void OnDrag(InputRecord*, ParamList*, EventRecord& ev) {
   // Drags move nothing until the hit zones exist.
 }
 
-void OnDraw(InputRecord* in, ParamList* params, EventRecord& ev) {
+void OnDraw(InputRecord* in, OutputRecord* out, ParamList* params, EventRecord& ev) {
   if (!InProgramViewer(ev)) return;
   if (ev.param_index == kParamTransformGroup)
-    DrawTransformBox(in, params, ev);
+    DrawBox(in, out, params, ev);
   else if (ev.param_index == kParamSourceText)
     g_editing ? DrawTextSelection(in, params, ev) : DrawTextFrame(in, params, ev);
   ev.handled = 1;  // other parameters draw nothing but the event is still consumed
 }
 
-void OnAdjustCursor(InputRecord* in, ParamList* params, EventRecord& ev) {
+void OnAdjustCursor(InputRecord* in, OutputRecord* out, ParamList* params, EventRecord& ev) {
   if (!InProgramViewer(ev)) return;
   ev.cursor = 0;
   if (g_editing || ev.param_index != kParamTransformGroup) return;
-  const int32_t cursor = CursorForZone(HitTestTransformBox(in, params, ev));
+  const int32_t cursor = CursorForZone(HitTestTransformBox(in, out, params, ev));
   if (cursor != 0) ev.cursor = cursor;
 }
 
@@ -94,32 +105,32 @@ void SetLastClickPoint(int64_t packed) {
 int32_t CursorForZone(int32_t zone) {
   // Zones come in pairs that share one host cursor.
   switch (zone) {
-    case 1:
-    case 4:
+    case kZoneTopLeft:
+    case kZoneBottomRight:
       return 25;
-    case 2:
-    case 3:
+    case kZoneTopRight:
+    case kZoneBottomLeft:
       return 27;
-    case 5:
-    case 6:
+    case kZoneLeft:
+    case kZoneRight:
       return 24;
-    case 7:
-    case 8:
+    case kZoneTop:
+    case kZoneBottom:
       return 26;
-    case 9:
+    case kZoneInside:
       return 35;
-    case 10:
+    case kZoneAnchor:
       return 29;
-    case 11:
+    case kZoneRotate:
       return 33;
-    case 12:
+    case kZoneRotateKnob:
       return 31;
     default:
       return 0;
   }
 }
 
-VxStatus HandleEvent(InputRecord* in, OutputRecord*, ParamList* params, OutputLayer*,
+VxStatus HandleEvent(InputRecord* in, OutputRecord* out, ParamList* params, OutputLayer*,
                      ExtraRecord* extra) {
   if (extra == nullptr) return kStatusOk;
   EventRecord& ev = extra->event;
@@ -129,16 +140,16 @@ VxStatus HandleEvent(InputRecord* in, OutputRecord*, ParamList* params, OutputLa
       g_editing = false;
       break;
     case kEventClick:
-      OnClick(in, params, ev);
+      OnClick(in, out, params, ev);
       break;
     case kEventDrag:
       OnDrag(in, params, ev);
       break;
     case kEventDraw:
-      OnDraw(in, params, ev);
+      OnDraw(in, out, params, ev);
       break;
     case kEventAdjustCursor:
-      OnAdjustCursor(in, params, ev);
+      OnAdjustCursor(in, out, params, ev);
       ev.handled = 1;
       break;
     default:

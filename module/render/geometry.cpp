@@ -90,4 +90,16 @@ TextPlacement PlaceText(const RasterGeometry& g, const TransformValues& t, const
   return p;
 }
 
+IR_Point PlacedPoint(const TextPlacement& p, const RasterGeometry& g, const FrameInfo& frame,
+                     double bx, double by) {
+  // The compositor samples the buffer at src + R (d - dst) / scale for a frame offset d, R
+  // turning by the placement's angle counter-clockwise on screen; this is that map inverted.
+  const double r = double(p.rotation) * (M_PI / 180.0);
+  const double c = std::cos(r), s = std::sin(r);
+  const double a = double(p.scale.x) * (bx - double(p.src.x) * g.W);
+  const double b = double(p.scale.y) * (by - double(p.src.y) * g.H);
+  return IR_Point{float(double(p.dst.x) * frame.width + c * a + s * b),
+                  float(double(p.dst.y) * frame.height - s * a + c * b)};
+}
+
 }  // namespace vetext

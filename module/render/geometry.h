@@ -65,4 +65,9 @@ struct TextPlacement {
 // is single, in this order, so every caller gets the same bits.
 TextPlacement PlaceText(const RasterGeometry& g, const TransformValues& t, const FrameInfo& frame);
 
+// Where point (bx, by) of the text buffer (buffer pixels, pixel edges on whole numbers) lands in
+// `frame` under `p`, in frame pixels, as the compositor maps it: the inverse of its sampling.
+IR_Point PlacedPoint(const TextPlacement& p, const RasterGeometry& g, const FrameInfo& frame,
+                     double bx, double by);
+
 }  // namespace vetext
