@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <shared_mutex>
 #include <string>
@@ -153,6 +154,8 @@ struct Instance::Impl {
   // Takes store_mutex itself.
   ParamDef DefAt(int32_t index, double time, int32_t layer_w, int32_t layer_h, bool* temp);
   ParamValue ValueAt(int32_t index, double time);
+  VxStatus SetValue(int32_t index, const ParamValue& value, std::optional<double> time);
+  std::atomic<double> event_time{0};  // the time of the event being sent (set_param's time)
   InputRecord MakeInput(double time) const;
   void SetOutput(const OutputRecord& out);
   void Teardown();  // disposes every value and sends command 8

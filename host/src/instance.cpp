@@ -315,7 +315,18 @@ Instance::~Instance() {
 }
 
 VxStatus Instance::SetValue(int32_t index, const ParamValue& value, std::optional<double> time) {
-  Impl& inst = *impl_;
+  return impl_->SetValue(index, value, time);
+}
+
+VxStatus Instance::Impl::SetValue(int32_t index, const ParamValue& given,
+                                  std::optional<double> time) {
+  Impl& inst = *this;
+  // The effect reads numbers as 16.16 fixed point, so they are kept on that grid: a value the
+  // effect reads and sets back unchanged (a drag that ends where it began) is then the very value
+  // that was there.
+  ParamValue value = given;
+  value.x = FixedToDouble(DoubleToFixed(value.x));
+  value.y = FixedToDouble(DoubleToFixed(value.y));
   if (!inst.module || index < 0 || size_t(index) >= inst.decl.size())
     return kStatusBadCallbackParam;
   const ParamDef& def = inst.decl[size_t(index)];
@@ -507,6 +518,7 @@ VxStatus Instance::Event(EventRecord* event, double time, int32_t window_type) {
   extra.event = *event;
   extra.event.context = &context_ptr;
   if (!extra.event.callbacks) extra.event.callbacks = ViewerCallbacks();
+  inst.event_time.store(time);
   VxStatus st = Command(kCmdEvent, &extra, time);
   EventContext** caller_context = event->context;
   *event = extra.event;
@@ -586,7 +598,24 @@ VxStatus ViewerToLayer(void* host_data, VxFixed* x, VxFixed* y) {
   *y = DoubleToFixed((FixedToDouble(*y) - v->transform.offset_y) / v->transform.zoom);
   return kStatusOk;
 }
-constexpr EventCallbacks kViewerCallbacks{&LayerToViewer, &ViewerToLayer};
+VxStatus SetParamAtEvent(EffectRef effect, int32_t index, VxFixed x, VxFixed y) {
+  auto* ref = reinterpret_cast<RefTarget*>(effect);
+  if (!ref || !ref->instance) return kStatusBadCallbackParam;
+  Instance::Impl& inst = *ref->instance;
+  if (index < 0 || size_t(index) >= inst.decl.size()) return kStatusBadCallbackParam;
+  ParamValue v;
+  v.x = FixedToDouble(x);
+  v.y = FixedToDouble(y);
+  v.flag = x != 0;
+  bool keyed;
+  {
+    std::shared_lock lock(inst.store_mutex);
+    keyed = inst.slots[size_t(index)].mode == ValueMode::kKeyframes;
+  }
+  return inst.SetValue(index, v,
+                       keyed ? std::optional<double>(inst.event_time.load()) : std::nullopt);
+}
+constexpr EventCallbacks kViewerCallbacks{&LayerToViewer, &ViewerToLayer, &SetParamAtEvent};
 const EventCallbacks* ViewerCallbacks() {
   return &kViewerCallbacks;
 }

@@ -1,6 +1,7 @@
 #include "overlay/events.h"
 
 #include "overlay/transform_box.h"
+#include "overlay/transform_drag.h"
 #include "params/params.h"
 #include "vetext/overlay.h"
 
@@ -53,6 +54,7 @@ void DrawTextSelection(InputRecord*, ParamList*, EventRecord&) {}
 void OnClick(InputRecord* in, OutputRecord* out, ParamList* params, EventRecord& ev) {
   if (!InProgramViewer(ev)) return;
   bool hit = false;
+  BeginTransformDrag(in, out, params, ev, kNoZone);  // any click ends a drag under way
   if (ev.param_index == kParamSourceText) {
     g_editing = false;
     int32_t x = ev.click_x, y = ev.click_y;
@@ -60,14 +62,16 @@ void OnClick(InputRecord* in, OutputRecord* out, ParamList* params, EventRecord&
     g_last_click = PackPoint(x, y);
     hit = HitTestTextEditing(in, params, x, y);
   } else if (ev.param_index == kParamTransformGroup) {
-    hit = HitTestTransformBox(in, out, params, ev) != kNoZone;
+    const int32_t zone = HitTestTransformBox(in, out, params, ev);
+    BeginTransformDrag(in, out, params, ev, zone);
+    hit = zone != kNoZone;
   }
   if (hit) ev.handled = 1;
 }
 
-void OnDrag(InputRecord*, ParamList*, EventRecord& ev) {
+void OnDrag(InputRecord* in, ParamList*, EventRecord& ev) {
   if (!InProgramViewer(ev)) return;
-  // Drags move nothing until the hit zones exist.
+  if (ev.param_index == kParamTransformGroup && ContinueTransformDrag(in, ev)) ev.handled = 1;
 }
 
 void OnDraw(InputRecord* in, OutputRecord* out, ParamList* params, EventRecord& ev) {

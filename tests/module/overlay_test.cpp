@@ -55,25 +55,31 @@ class TransformOverlay : public ::testing::Test {
     if (c.hscale != 0) Set(kParamHorizontalScale, c.hscale);
     host_.viewer() = c.viewer;
   }
-  EventRecord Send(int32_t type, P at) {
+  EventRecord Send(int32_t type, P at, double time = 0) {
     EventRecord ev{};
     ev.event_type = type;
     ev.param_index = kParamTransformGroup;
     ev.click_x = int32_t(std::lround(at.x));
     ev.click_y = int32_t(std::lround(at.y));
-    EXPECT_EQ(inst_->Event(&ev), 0);
+    EXPECT_EQ(inst_->Event(&ev, time), 0);
     return ev;
   }
   // The box the draw event drew: its outline's four corners and the anchor cross's centre.
-  bool DrawnBox(P corner[4], P* anchor) {
+  bool DrawnBox(P corner[4], P* anchor, double time = 0) {
     host_.ClearDrawing();
-    Send(kEventDraw, {0, 0});
+    Send(kEventDraw, {0, 0}, time);
     const auto drawn = host_.drawn_paths();
     if (drawn.empty() || drawn[0].ops.size() < 11) return false;
     const auto& ops = drawn[0].ops;
     for (int i = 0; i < 4; ++i) corner[i] = {ops[size_t(i)].x, ops[size_t(i)].y};
     *anchor = {(ops[7].x + ops[8].x) / 2, (ops[7].y + ops[8].y) / 2};
     return true;
+  }
+  // Presses at `from` and drags to `to` (viewer pixels), at `time` seconds.
+  void DragFrom(P from, P to, double time = 0) {
+    EventRecord click = Send(kEventClick, from, time);
+    EXPECT_EQ(click.handled, 1);
+    EXPECT_EQ(Send(kEventDrag, to, time).handled, 1);
   }
   static constexpr int32_t kW = 640, kH = 360;
   vxhost::Host host_;
@@ -162,6 +168,128 @@ TEST_F(TransformOverlay, BoxHoldsTheRenderedInkAndEveryZoneShowsItsCursor) {
     // A click reports a hit exactly where there is a zone.
     EXPECT_EQ(Send(kEventClick, k[0]).handled, 1);
     EXPECT_EQ(Send(kEventClick, Out(Mid(k[1], k[2]), centre, 60)).handled, 0);
+  }
+}
+
+// The ink's bounding box in a render at `time`: x0, y0, x1, y1 in layer pixels.
+std::vector<int> InkBounds(vxhost::Instance& inst, int32_t w, int32_t h, double time) {
+  vxhost::Frame in(w, h), out(w, h);
+  in.Fill(0, 0, 0, 255);
+  EXPECT_EQ(inst.Render(time, in, out), 0);
+  std::vector<int> b = {w, h, -1, -1};
+  for (int32_t y = 0; y < h; ++y)
+    for (int32_t x = 0; x < w; ++x)
+      if (out.row(y)[4 * x + 1] >= 128)
+        b = {std::min(b[0], x), std::min(b[1], y), std::max(b[2], x), std::max(b[3], y)};
+  return b;
+}
+
+TEST_F(TransformOverlay, DragsSetWhatTheirZonePromises) {
+  const OverlayCase start = {"", 320, 180, 100, 0, 0, 320, 180, {2, -320, -180}};
+  struct DragCase {
+    const char* name;
+    int corner;  // drag from: 0-3 a corner, 4 the right edge, 5 the top edge, 6 inside,
+                 // 7 the anchor, 8 just outside the right edge
+    P by;        // viewer pixels
+    bool uniform;
+    // Expected: position, anchor, scale, hscale, rotation (NaN: unchanged).
+    double pos_x, pos_y, anchor_x, anchor_y, scale, hscale, rotation;
+  };
+  const double kSame = NAN;
+  const DragCase cases[] = {
+      {"move", 6, {30, -20}, true, 335, 170, kSame, kSame, kSame, kSame, kSame},
+      {"corner out", 2, {0, 0}, true, kSame, kSame, kSame, kSame, kSame, kSame, kSame},
+      {"right edge, axes apart", 4, {0, 0}, false, kSame, kSame, kSame, kSame, kSame, kSame, kSame},
+      {"rotate a quarter turn", 8, {0, 0}, true, kSame, kSame, kSame, kSame, kSame, kSame, 90},
+      {"anchor, upright", 7, {40, 20}, true, kSame, kSame, 340, 190, kSame, kSame, kSame},
+  };
+  for (const DragCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    inst_->ResetValue(kParamUniformScale);
+    Apply(start);
+    Set(kParamUniformScale, 0, 0, c.uniform);
+    P k[4], anchor;
+    ASSERT_TRUE(DrawnBox(k, &anchor));
+    const P centre = Mid(k[0], k[2]);
+    const P from[] = {k[0],
+                      k[1],
+                      k[2],
+                      k[3],
+                      Mid(k[1], k[2]),
+                      Mid(k[0], k[1]),
+                      Mid(centre, Mid(k[1], k[2])),
+                      anchor,
+                      Out(Mid(k[1], k[2]), centre, 10)};
+    P to = {from[c.corner].x + c.by.x, from[c.corner].y + c.by.y};
+    if (c.corner == 2) to = Out(from[2], anchor, std::hypot(k[2].x - anchor.x, k[2].y - anchor.y));
+    if (c.corner == 4) to = Out(from[4], anchor, std::hypot(from[4].x - anchor.x, 0));
+    if (c.corner == 8) to = {anchor.x, anchor.y + std::hypot(from[8].x - anchor.x, 0)};
+    DragFrom(from[c.corner], to);
+    const vxhost::ParamValue pos = inst_->ValueAt(kParamPosition, 0);
+    const vxhost::ParamValue anc = inst_->ValueAt(kParamAnchorPoint, 0);
+    auto expect = [](double want, double got, double was) {
+      EXPECT_NEAR(got, std::isnan(want) ? was : want, 0.02);
+    };
+    expect(c.pos_x, pos.x, start.px);
+    expect(c.pos_y, pos.y, start.py);
+    expect(c.anchor_x, anc.x, start.ax);
+    expect(c.anchor_y, anc.y, start.ay);
+    // A corner dragged to twice its distance from the anchor doubles the scale; the right edge
+    // dragged to twice its distance doubles the horizontal scale alone.
+    const double scale = inst_->ValueAt(kParamScale, 0).x;
+    const double hscale = inst_->ValueAt(kParamHorizontalScale, 0).x;
+    EXPECT_NEAR(scale, c.corner == 2 ? 200 : 100, 1.0);
+    if (!c.uniform) {
+      EXPECT_NEAR(hscale, c.corner == 4 ? 200 : 100, 1.0);
+    }
+    expect(c.rotation, inst_->ValueAt(kParamRotation, 0).x, 0);
+  }
+  // Moving the anchor of turned, scaled text keeps the text where it is.
+  Apply({"", 300, 200, 150, 0, 30, 320, 180, {1, 0, 0}});
+  const std::vector<int> before = InkBounds(*inst_, kW, kH, 0);
+  DragFrom({320, 180}, {380, 150});
+  EXPECT_NEAR(inst_->ValueAt(kParamAnchorPoint, 0).x, 380, 0.02);
+  const std::vector<int> after = InkBounds(*inst_, kW, kH, 0);
+  for (size_t i = 0; i < 4; ++i) EXPECT_NEAR(after[i], before[i], 1) << i;
+}
+
+TEST_F(TransformOverlay, DragsKeyAnimatedParametersAndAReturnChangesNothing) {
+  Apply({"", 320, 180, 100, 0, 0, 320, 180, {1, 0, 0}});
+  vxhost::ParamValue r;
+  r.x = 0;
+  inst_->SetValue(kParamRotation, r, 0.0);
+  r.x = 40;
+  inst_->SetValue(kParamRotation, r, 2.0);
+  P k[4], anchor;
+  ASSERT_TRUE(DrawnBox(k, &anchor, 1.0));
+  // At 1 s the rotation is 20; a quarter turn clockwise there adds a keyframe of 110.
+  const P from = Out(Mid(k[1], k[2]), Mid(k[0], k[2]), 10);
+  // A quarter turn clockwise on screen about the anchor: (x, y) -> (-y, x), y down.
+  DragFrom(from, {anchor.x - (from.y - anchor.y), anchor.y + (from.x - anchor.x)}, 1.0);
+  EXPECT_EQ(inst_->KeyTimes(kParamRotation), (std::vector<double>{0, 1, 2}));
+  EXPECT_NEAR(inst_->ValueAt(kParamRotation, 1.0).x, 20 + 90, 0.5);
+  EXPECT_EQ(inst_->ValueAt(kParamRotation, 2.0).x, 40);
+  // An unanimated parameter gets a new value, no keyframe.
+  ASSERT_TRUE(DrawnBox(k, &anchor, 1.0));
+  DragFrom(Mid(Mid(k[0], k[2]), Mid(k[1], k[2])), {100, 100}, 1.0);
+  EXPECT_TRUE(inst_->KeyTimes(kParamPosition).empty());
+
+  // Away and back to where it began: every parameter exactly as it was.
+  Apply({"", 301.3, 187.7, 133.3, 0, 17.1, 320, 180, {1.5, 7, 3}});
+  ASSERT_TRUE(DrawnBox(k, &anchor));
+  std::vector<vxhost::ParamValue> was;
+  for (int32_t i = kParamPosition; i <= kParamAnchorPoint; ++i) was.push_back(inst_->ValueAt(i, 0));
+  const P centre = Mid(k[0], k[2]);
+  for (P at : {k[0], Mid(k[1], k[2]), Mid(k[0], k[1]), Mid(centre, Mid(k[1], k[2])), anchor,
+               Out(Mid(k[1], k[2]), centre, 10)}) {
+    EXPECT_EQ(Send(kEventClick, at).handled, 1);
+    Send(kEventDrag, {at.x + 37, at.y - 23});
+    Send(kEventDrag, at);
+    for (int32_t i = kParamPosition; i <= kParamAnchorPoint; ++i) {
+      const vxhost::ParamValue v = inst_->ValueAt(i, 0);
+      EXPECT_EQ(v.x, was[size_t(i - kParamPosition)].x) << i;
+      EXPECT_EQ(v.y, was[size_t(i - kParamPosition)].y) << i;
+    }
   }
 }
 

@@ -280,6 +280,12 @@ typedef struct EventCallbacks {
   /* Viewer <-> layer conversions, points as 16.16 fixed point. */
   VxStatus (*layer_to_viewer)(void* host_data, VxFixed* x, VxFixed* y);
   VxStatus (*viewer_to_layer)(void* host_data, VxFixed* x, VxFixed* y);
+  /* Sets parameter `index` of the effect `effect` (the event's InputRecord.effect_ref) at the
+   * event's time, the way a user's edit does: a parameter with keyframes gets a keyframe there,
+   * one without a new value. Sliders and angles take x (16.16 fixed point, the parameter's own
+   * unit), points x and y (layer pixels, 16.16), checkboxes x (0 or 1 << 16). Returns 0, or
+   * kStatusBadCallbackParam for an index or a parameter type it cannot set. May be null. */
+  VxStatus (*set_param)(EffectRef effect, int32_t index, VxFixed x, VxFixed y);
 } EventCallbacks;
 typedef struct EventRecord {
   EventContext** context; /* context handle */
