@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -461,6 +462,48 @@ const GPUSuiteAccessor* Host::gpu_suites() const {
 }
 ViewerTransform& Host::viewer() {
   return impl_->viewer.transform;
+}
+
+std::string DrawnPathsToSvg(const std::vector<DrawnPath>& paths) {
+  std::string svg;
+  char buf[160];
+  auto channel = [](float v) { return int(std::lround(std::clamp(v, 0.0f, 1.0f) * 255)); };
+  for (const DrawnPath& p : paths) {
+    std::string d;
+    for (const PathOp& op : p.ops) {
+      switch (op.kind) {
+        case PathOp::kMove:
+          std::snprintf(buf, sizeof buf, "M%.2f %.2f ", op.x, op.y);
+          break;
+        case PathOp::kLine:
+          std::snprintf(buf, sizeof buf, "L%.2f %.2f ", op.x, op.y);
+          break;
+        case PathOp::kRect:
+          std::snprintf(buf, sizeof buf, "M%.2f %.2f h%.2f v%.2f h%.2f Z ", op.x, op.y, op.width,
+                        op.height, -op.width);
+          break;
+        case PathOp::kClose:
+          std::snprintf(buf, sizeof buf, "Z ");
+          break;
+      }
+      d += buf;
+    }
+    if (!d.empty()) d.pop_back();
+    const DrawbotColor& c = p.color;
+    std::snprintf(buf, sizeof buf, "rgb(%d,%d,%d)\" %s-opacity=\"%.3f\"", channel(c.red),
+                  channel(c.green), channel(c.blue), p.fill ? "fill" : "stroke",
+                  std::clamp(c.alpha, 0.0f, 1.0f));
+    svg += "<path d=\"" + d + "\" ";
+    if (p.fill) {
+      svg += "fill=\"" + std::string(buf) + " stroke=\"none\"/>\n";
+    } else {
+      char width[48];
+      std::snprintf(width, sizeof width, "%.2f", p.line_width);
+      svg += "fill=\"none\" stroke-width=\"" + std::string(width) + "\" stroke=\"" +
+             std::string(buf) + "/>\n";
+    }
+  }
+  return svg;
 }
 
 std::vector<DrawnPath> Host::drawn_paths() const {

@@ -76,9 +76,11 @@ bool MakeTransformBox(InputRecord* in, OutputRecord* out, ParamList* params, Tra
   if (in->pixel_aspect.num != 0)
     frame.inverse_par = double(in->pixel_aspect.den) / double(in->pixel_aspect.num);
   const TextPlacement p = PlaceText(g, t, frame);
-  // The layout bounds inside the buffer: the drawing origin moves them as it moves the glyphs.
-  const double left = g.ox + layout.mLeft, right = g.ox + layout.mRight;
-  const double top = g.oy + layout.mTop, bottom = g.oy + layout.mBottom;
+  // The layout bounds inside the buffer (the drawing origin moves them as it moves the glyphs),
+  // widened by the widest stroke, which the bounds leave out and the picture shows.
+  const double m = MaxStrokeWidth(layout);
+  const double left = g.ox + layout.mLeft - m, right = g.ox + layout.mRight + m;
+  const double top = g.oy + layout.mTop - m, bottom = g.oy + layout.mBottom + m;
   const double xs[4] = {left, right, right, left}, ys[4] = {top, top, bottom, bottom};
   for (int i = 0; i < 4; ++i) {
     const IR_Point q = PlacedPoint(p, g, frame, xs[i], ys[i]);

@@ -97,6 +97,10 @@ TEST_F(RenderCli, BadOptionsAndInputsFailWithAClearMessageAndLoseNothing) {
     const char* input = "";  // on standard input
   } cases[] = {
       {{"render", "--no-such-option"}, 2, "--no-such-option"},
+      {{"overlay", "--drag", "middle:1,2"}, 2, "bad --drag 'middle:1,2'"},
+      {{"overlay", "--drag", "inside:1"}, 2, "bad --drag 'inside:1'"},
+      {{"overlay", "-o", "keep.mp4"}, 2, "written as .svg or .png"},
+      {{"overlay", "--text", " ", "--drag", "inside:1,1"}, 1, "draws no Transform box"},
       {{"render", "--format", "rgba"}, 2, "bad --format 'rgba': expected bgra or vuya"},
       {{"render", "--scale", "500"}, 2, "--scale 500 is out of range (25 to 400)"},
       {{"render", "--hscale", "24"}, 2, "--hscale 24 is out of range (25 to 400)"},

@@ -25,6 +25,7 @@
 #include "media_encode.h"
 #include "media_image.h"
 #include "media_progress.h"
+#include "overlay_output.h"
 #include "params/params.h"
 #include "vetext/host/host.h"
 
@@ -60,6 +61,10 @@ struct RenderArgs {
   std::vector<std::string> position, scale, hscale, rotation, opacity, anchor;
   bool no_uniform = false;
   bool keep_partial = false;
+  // `vetext overlay`: one frame with the Transform overlay over it, after scripted drags.
+  bool overlay = false;
+  std::vector<std::string> drags;
+  double zoom = 1;
   DocumentOptions doc;
   // Set after parsing: which options the user gave.
   std::set<std::string> given;
@@ -178,8 +183,20 @@ int RunRender(RenderArgs& a) {
   if (!(a.duration > 0 && a.duration <= 86400))
     return FailOption("--duration must be above 0 and at most 86400 s");
   if (!(a.time >= 0 && a.time <= 86400)) return FailOption("--time must be 0 to 86400 s");
-  OutputKind kind;
-  if (!ClassifyOutput(a.output, &kind, &error)) return FailOption(error);
+  OutputKind kind = OutputKind::kStill;
+  std::vector<OverlayDrag> drags;
+  if (a.overlay) {
+    const std::string ext = FileExtension(a.output);
+    if (ext != "svg" && ext != "png")
+      return FailOption("the overlay is written as .svg or .png, not '" + a.output + "'");
+    if (!(a.zoom >= 0.05 && a.zoom <= 16)) return FailOption("--zoom must be 0.05 to 16");
+    for (const std::string& d : a.drags) {
+      drags.emplace_back();
+      if (!ParseDrag(d, &drags.back(), &error)) return FailOption(error);
+    }
+  } else if (!ClassifyOutput(a.output, &kind, &error)) {
+    return FailOption(error);
+  }
   if (a.given.count("--time") && kind != OutputKind::kStill)
     return FailOption("--time picks the picture of a single-picture output; use a .png output");
   Background bg;
@@ -270,6 +287,14 @@ int RunRender(RenderArgs& a) {
     off.flag = false;
     inst->SetValue(kParamUniformScale, off);
   }
+  if (a.overlay) {
+    // The viewer shows the layer at --zoom; the drags go through it as a user's would, so a
+    // saved project holds what they did.
+    inst->SetLayerSize(width, height);
+    host.viewer() = vxhost::ViewerTransform{a.zoom, 0, 0};
+    for (const OverlayDrag& d : drags)
+      if (!ApplyDrag(host, *inst, d, a.time, &error)) return Fail(error);
+  }
   if (!a.save_project.empty()) {
     const std::vector<uint8_t> project = inst->SaveProject();
     if (!WriteOutputFile(a.save_project, project.data(), project.size(), &error))
@@ -351,7 +376,12 @@ int RunRender(RenderArgs& a) {
     FrameRenderer renderer(*inst, width, height, format, 1);
     std::vector<Image> batch{std::move(frame)};
     if (!renderer.Render(batch, {t}, &error)) return Fail(error);
-    if (!WritePng(a.output, batch[0], &error)) return Fail(error);
+    if (a.overlay) {
+      if (!WriteOverlay(a.output, batch[0], DrawOverlay(host, *inst, t), a.zoom, &error))
+        return Fail(error);
+    } else if (!WritePng(a.output, batch[0], &error)) {
+      return Fail(error);
+    }
     return 0;
   }
 
@@ -419,12 +449,33 @@ int RunRender(RenderArgs& a) {
   return 0;
 }
 
-void Register(CLI::App& app) {
+// `render` and `overlay` share every option; the overlay adds its drags and zoom.
+void AddCommand(CLI::App& app, bool overlay) {
   auto args = std::make_shared<RenderArgs>();
-  CLI::App* sub = app.add_subcommand(
-      "render",
-      "Render the Text effect over a generated background, a picture, an image sequence or a "
-      "video, into a PNG, a PNG sequence (out_%04d.png) or a video (.mp4, .mkv, .mov).");
+  args->overlay = overlay;
+  CLI::App* sub =
+      overlay ? app.add_subcommand(
+                    "overlay",
+                    "Render one frame as `render` does and write it with the Transform overlay the "
+                    "effect draws in a viewer (the box, its handles, the rotation knob and the "
+                    "anchor) as overlay.svg or a .png, optionally after scripted drags")
+              : app.add_subcommand(
+                    "render",
+                    "Render the Text effect over a generated background, a picture, an image "
+                    "sequence or a video, into a PNG, a PNG sequence (out_%04d.png) or a video "
+                    "(.mp4, .mkv, .mov).");
+  if (overlay) {
+    args->output = "overlay.svg";
+    sub->add_option("--drag", args->drags,
+                    "ZONE:DX,DY: press a zone of the box and drag it by DX,DY viewer pixels "
+                    "(top-left, top-right, bottom-left, bottom-right, left, right, top, bottom, "
+                    "inside, anchor, rotate, knob); repeatable, applied in order before the "
+                    "frame is drawn and the project saved")
+        ->group("Overlay");
+    sub->add_option("--zoom", args->zoom, "Viewer zoom (1: one viewer pixel per layer pixel)")
+        ->capture_default_str()
+        ->group("Overlay");
+  }
   AddDocumentOptions(*sub, args->doc);
   std::set<const CLI::Option*> doc_options;
   for (const CLI::Option* o : sub->get_options()) doc_options.insert(o);
@@ -536,7 +587,15 @@ void Register(CLI::App& app) {
   });
 }
 
+void Register(CLI::App& app) {
+  AddCommand(app, false);
+}
+void RegisterOverlay(CLI::App& app) {
+  AddCommand(app, true);
+}
+
 const Registrar registrar("render", 10, Register);
+const Registrar overlay_registrar("overlay", 11, RegisterOverlay);
 
 }  // namespace
 }  // namespace vetext_tool

@@ -136,6 +136,10 @@ struct DrawnPath {
   std::vector<PathOp> ops;
 };
 
+// The drawn paths as SVG elements (one <path> each, viewer pixels, colours as rgb() with their
+// alpha as opacity), for embedding in an SVG document of the viewer's size.
+std::string DrawnPathsToSvg(const std::vector<DrawnPath>& paths);
+
 class Host;
 class Instance;
 
