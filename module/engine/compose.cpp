@@ -126,8 +126,9 @@ using LayoutPtr = std::unique_ptr<PangoLayout, LayoutDeleter>;
 
 // ---- the document as paragraphs ------------------------------------------------------------
 struct Paragraph {
-  std::string text;             // UTF-8, without the break
-  std::vector<int32_t> run_of;  // run index of each byte of text, plus one for the end
+  std::string text;              // UTF-8, without the break
+  std::vector<int32_t> run_of;   // run index of each byte of text, plus one for the end
+  std::vector<int32_t> unit_of;  // the document's UTF-16 index of each byte's character
   uint32_t alignment = vetext::kAlignCenter;
 };
 
@@ -161,6 +162,7 @@ std::vector<Paragraph> SplitParagraphs(const std::vector<TextRun>& runs) {
   for (size_t i = 0; i < units.size(); ++i) {
     uint32_t c = units[i];
     int32_t run = unit_run[i];
+    const int32_t unit = int32_t(i);
     last_run = run;
     start_para_with(run);
     if (c == u'\r' || c == u'\n') {
@@ -180,6 +182,7 @@ std::vector<Paragraph> SplitParagraphs(const std::vector<TextRun>& runs) {
     int n = g_unichar_to_utf8(c, buf);
     paras.back().text.append(buf, size_t(n));
     paras.back().run_of.insert(paras.back().run_of.end(), size_t(n), run);
+    paras.back().unit_of.insert(paras.back().unit_of.end(), size_t(n), unit);
   }
   // The last paragraph (possibly empty, after a final break) takes the last run's alignment.
   start_para_with(last_run);
@@ -226,8 +229,9 @@ struct Line {
 
 class Composition {
  public:
-  Composition(const vetext::DocumentRecord& doc, PangoContext* context, LayoutRecord& out)
-      : doc_(doc), context_(context), out_(out) {}
+  Composition(const vetext::DocumentRecord& doc, PangoContext* context, LayoutRecord& out,
+              std::vector<int32_t>* characters = nullptr)
+      : doc_(doc), context_(context), out_(out), characters_(characters) {}
   ~Composition() {
     for (auto& [font, name] : names_) g_object_unref(font);
   }
@@ -240,6 +244,7 @@ class Composition {
     box_h_ = std::clamp(doc_.mTextParam.mHeight, 0, kMaxBox);
     in_box_ = doc_.mTextParam.mWidth > 0 || doc_.mTextParam.mHeight > 0;
     out_ = LayoutRecord{};
+    if (characters_) characters_->clear();
     out_.mOverSampling = float(kOverSampling);
     out_.mTextInABox = in_box_;
     if (!runs.empty()) {
@@ -471,6 +476,10 @@ class Composition {
         c.mBaselineShift = float(st.shift);
         c.mAlignment = p.alignment;
         out_.mCharacters.push_back(std::move(c));
+        if (characters_) {
+          const size_t byte = size_t(lr.item->item->offset + g->log_clusters[i]);
+          characters_->push_back(byte < p.unit_of.size() ? p.unit_of[byte] : -1);
+        }
       }
     }
   }
@@ -502,6 +511,7 @@ class Composition {
   std::map<std::u16string, DescPtr> descs_;
   std::map<PangoFont*, std::u16string> names_;
   int32_t box_w_ = 0, box_h_ = 0;
+  std::vector<int32_t>* characters_;
   bool in_box_ = false;
   bool first_line_ = true;
   double baseline_ = 0;
@@ -510,13 +520,13 @@ class Composition {
 
 }  // namespace
 
-void Compose(const Document& doc, vetext::LayoutRecord& out) {
+void Compose(const Document& doc, vetext::LayoutRecord& out, std::vector<int32_t>* characters) {
   Composer& composer = TheComposer();
   std::lock_guard<std::mutex> lock(composer.mutex);
   composer.Open();
   g_compose_count.fetch_add(1, std::memory_order_relaxed);
   LayoutRecord result;
-  Composition(doc.data, composer.context, result).Run();
+  Composition(doc.data, composer.context, result, characters).Run();
   out = std::move(result);
 }
 

@@ -51,6 +51,9 @@ std::u16string FindFont(const std::u16string& name);
 
 // Composes the document into `out` at oversampling 4 (see records.h for units). Identical
 // documents give identical records.
-void Compose(const Document& doc, vetext::LayoutRecord& out);
+// With `characters`, also the document text's UTF-16 index of each record's character (the
+// first of its cluster), one per record in the same order; -1 where none is known.
+void Compose(const Document& doc, vetext::LayoutRecord& out,
+             std::vector<int32_t>* characters = nullptr);
 
 }  // namespace KTE

@@ -1,5 +1,8 @@
 #include "overlay/events.h"
 
+#include <algorithm>
+
+#include "overlay/text_edit.h"
 #include "overlay/transform_box.h"
 #include "overlay/transform_drag.h"
 #include "params/params.h"
@@ -10,6 +13,7 @@ namespace {
 
 bool g_editing = false;
 int64_t g_last_click = 0;
+int32_t g_selection_first = 0, g_selection_last = 0;  // characters, while editing
 
 constexpr int32_t kProgramViewer = 0;
 constexpr int32_t kNoZone = 0;
@@ -42,15 +46,6 @@ void DrawBox(InputRecord* in, OutputRecord* out, ParamList* params, EventRecord&
   if (MakeTransformBox(in, out, params, &box)) DrawTransformBox(in, BoxInViewer(box, ev), ev);
 }
 
-// ---- the text editing overlay is not built yet ------------------------------------------------
-// Until it is, a click in the text hits nothing and the Source Text overlay draws nothing; the
-// routing, the gates and the handled flags around them are final.
-bool HitTestTextEditing(InputRecord*, ParamList*, int32_t, int32_t) {
-  return false;
-}
-void DrawTextFrame(InputRecord*, ParamList*, EventRecord&) {}
-void DrawTextSelection(InputRecord*, ParamList*, EventRecord&) {}
-
 void OnClick(InputRecord* in, OutputRecord* out, ParamList* params, EventRecord& ev) {
   if (!InProgramViewer(ev)) return;
   bool hit = false;
@@ -60,7 +55,14 @@ void OnClick(InputRecord* in, OutputRecord* out, ParamList* params, EventRecord&
     int32_t x = ev.click_x, y = ev.click_y;
     ViewerToLayer(ev, x, y);
     g_last_click = PackPoint(x, y);
-    hit = HitTestTextEditing(in, params, x, y);
+    // A click on the text enters editing with the caret on the character under it; a click
+    // beside it leaves editing.
+    const int32_t at = HitTestCharacter(in, params, x, y);
+    if (at >= 0) {
+      g_editing = true;
+      g_selection_first = g_selection_last = at;
+      hit = true;
+    }
   } else if (ev.param_index == kParamTransformGroup) {
     const int32_t zone = HitTestTransformBox(in, out, params, ev);
     BeginTransformDrag(in, out, params, ev, zone);
@@ -69,9 +71,17 @@ void OnClick(InputRecord* in, OutputRecord* out, ParamList* params, EventRecord&
   if (hit) ev.handled = 1;
 }
 
-void OnDrag(InputRecord* in, ParamList*, EventRecord& ev) {
+void OnDrag(InputRecord* in, ParamList* params, EventRecord& ev) {
   if (!InProgramViewer(ev)) return;
   if (ev.param_index == kParamTransformGroup && ContinueTransformDrag(in, ev)) ev.handled = 1;
+  if (ev.param_index == kParamSourceText && g_editing) {
+    // The selection runs from the clicked character to the one under the pointer.
+    int32_t x = ev.click_x, y = ev.click_y;
+    ViewerToLayer(ev, x, y);
+    const int32_t at = HitTestCharacter(in, params, x, y);
+    if (at >= 0) g_selection_last = at;
+    ev.handled = 1;
+  }
 }
 
 void OnDraw(InputRecord* in, OutputRecord* out, ParamList* params, EventRecord& ev) {
@@ -79,7 +89,8 @@ void OnDraw(InputRecord* in, OutputRecord* out, ParamList* params, EventRecord& 
   if (ev.param_index == kParamTransformGroup)
     DrawBox(in, out, params, ev);
   else if (ev.param_index == kParamSourceText)
-    g_editing ? DrawTextSelection(in, params, ev) : DrawTextFrame(in, params, ev);
+    g_editing ? DrawTextSelection(in, params, ev, g_selection_first, g_selection_last)
+              : DrawTextFrame(in, params, ev);
   ev.handled = 1;  // other parameters draw nothing but the event is still consumed
 }
 
@@ -98,6 +109,10 @@ bool EditingFlag() {
 }
 void SetEditingFlag(bool on) {
   g_editing = on;
+}
+void Selection(int32_t* first, int32_t* last) {
+  *first = std::min(g_selection_first, g_selection_last);
+  *last = std::max(g_selection_first, g_selection_last);
 }
 int64_t LastClickPoint() {
   return g_last_click;

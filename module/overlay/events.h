@@ -18,6 +18,8 @@ VxStatus HandleEvent(InputRecord* in, OutputRecord* out, ParamList* params, Outp
 // a time, so these are plain variables.
 bool EditingFlag();
 void SetEditingFlag(bool on);
+// The selected characters while editing (UTF-16 indices into the document's text, first <= last).
+void Selection(int32_t* first, int32_t* last);
 // The last click on the Source Text overlay in layer pixels, packed as x | (y << 32).
 int64_t LastClickPoint();
 void SetLastClickPoint(int64_t packed);

@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "document/layout_cache.h"
-#include "effect/suites.h"
+#include "overlay/painter.h"
 #include "params/params.h"
 #include "render/geometry.h"
 #include "vetext/overlay.h"
@@ -45,55 +45,79 @@ bool Inside(const TransformBox& b, double x, double y) {
   return sign != 0;
 }
 
-BoxPoint ToViewer(const EventRecord& ev, const BoxPoint& p) {
+}  // namespace
+
+BoxPoint LayerToViewer(const EventRecord& ev, const BoxPoint& p) {
   if (ev.callbacks == nullptr || ev.callbacks->layer_to_viewer == nullptr ||
       ev.context == nullptr || *ev.context == nullptr)
     return p;
-  // 16.16 fixed point, as the host takes points, keeping the fraction.
   VxFixed x = static_cast<VxFixed>(std::lround(std::clamp(p.x, -32767.0, 32767.0) * 65536.0));
   VxFixed y = static_cast<VxFixed>(std::lround(std::clamp(p.y, -32767.0, 32767.0) * 65536.0));
   if (ev.callbacks->layer_to_viewer((*ev.context)->host_data, &x, &y) != kStatusOk) return p;
   return {x / 65536.0, y / 65536.0};
 }
 
-}  // namespace
+BoxPoint ViewerToLayerPoint(const EventRecord& ev, const BoxPoint& p) {
+  if (ev.callbacks == nullptr || ev.callbacks->viewer_to_layer == nullptr ||
+      ev.context == nullptr || *ev.context == nullptr)
+    return p;
+  VxFixed x = static_cast<VxFixed>(std::lround(std::clamp(p.x, -32767.0, 32767.0) * 65536.0));
+  VxFixed y = static_cast<VxFixed>(std::lround(std::clamp(p.y, -32767.0, 32767.0) * 65536.0));
+  if (ev.callbacks->viewer_to_layer((*ev.context)->host_data, &x, &y) != kStatusOk) return p;
+  return {x / 65536.0, y / 65536.0};
+}
+
+BoxPoint LayerPlacement::LayoutToLayer(double x, double y) const {
+  const IR_Point q = PlacedPoint(p, g, frame, g.ox + x, g.oy + y);
+  return {q.x, q.y};
+}
+
+BoxPoint LayerPlacement::LayerToLayout(double x, double y) const {
+  const IR_Point b = BufferPoint(p, g, frame, x, y);
+  return {b.x - g.ox, b.y - g.oy};
+}
+
+bool PlaceOnLayer(InputRecord* in, ParamList* params, const LayoutRecord& layout,
+                  LayerPlacement* out) {
+  const RasterGeometry g = ComputeRasterGeometry(layout);
+  if (!g.Drawable()) return false;
+  TransformValues t;
+  if (!ReadTransform(params, &t)) return false;
+  out->g = g;
+  out->frame = FrameInfo{};
+  out->frame.width = in->width;
+  out->frame.height = in->height;
+  out->frame.bottom_up = true;
+  if (in->pixel_aspect.num != 0)
+    out->frame.inverse_par = double(in->pixel_aspect.den) / double(in->pixel_aspect.num);
+  out->p = PlaceText(g, t, out->frame);
+  return true;
+}
 
 bool MakeTransformBox(InputRecord* in, OutputRecord* out, ParamList* params, TransformBox* box) {
   if (in == nullptr || params == nullptr) return false;
   LayoutRecord layout;
   if (GetLayoutFromParam(in, out, params, layout) != kStatusOk) return false;
   layout.mOverSampling = 4.0f;  // the hit test's layout carries 4, whatever the record said
-  const RasterGeometry g = ComputeRasterGeometry(layout);
-  if (!g.Drawable()) return false;
-  TransformValues t;
-  if (!ReadTransform(params, &t)) return false;
-  // Layer pixels, visual rows (y down), the way a viewer shows the layer; the layer's pixel
-  // aspect applies, the viewer's downsampling does not (the host converts layer points).
-  FrameInfo frame;
-  frame.width = in->width;
-  frame.height = in->height;
-  frame.bottom_up = true;
-  if (in->pixel_aspect.num != 0)
-    frame.inverse_par = double(in->pixel_aspect.den) / double(in->pixel_aspect.num);
-  const TextPlacement p = PlaceText(g, t, frame);
-  // The layout bounds inside the buffer (the drawing origin moves them as it moves the glyphs),
-  // widened by the widest stroke, which the bounds leave out and the picture shows.
+  LayerPlacement place;
+  if (!PlaceOnLayer(in, params, layout, &place)) return false;
+  // The layout bounds, widened by the widest stroke, which the bounds leave out and the picture
+  // shows.
   const double m = MaxStrokeWidth(layout);
-  const double left = g.ox + layout.mLeft - m, right = g.ox + layout.mRight + m;
-  const double top = g.oy + layout.mTop - m, bottom = g.oy + layout.mBottom + m;
+  const double left = layout.mLeft - m, right = layout.mRight + m;
+  const double top = layout.mTop - m, bottom = layout.mBottom + m;
   const double xs[4] = {left, right, right, left}, ys[4] = {top, top, bottom, bottom};
-  for (int i = 0; i < 4; ++i) {
-    const IR_Point q = PlacedPoint(p, g, frame, xs[i], ys[i]);
-    box->corner[i] = {q.x, q.y};
-  }
+  for (int i = 0; i < 4; ++i) box->corner[i] = place.LayoutToLayer(xs[i], ys[i]);
+  TransformValues t;
+  ReadTransform(params, &t);
   box->anchor = {t.anchor_x, t.anchor_y};
   return true;
 }
 
 TransformBox BoxInViewer(const TransformBox& layer_box, const EventRecord& ev) {
   TransformBox v;
-  for (int i = 0; i < 4; ++i) v.corner[i] = ToViewer(ev, layer_box.corner[i]);
-  v.anchor = ToViewer(ev, layer_box.anchor);
+  for (int i = 0; i < 4; ++i) v.corner[i] = LayerToViewer(ev, layer_box.corner[i]);
+  v.anchor = LayerToViewer(ev, layer_box.anchor);
   return v;
 }
 
@@ -125,73 +149,32 @@ int32_t HitTestBox(const TransformBox& b, double x, double y) {
   return kZoneNone;
 }
 
-namespace {
-
-void DrawBox(InputRecord* in, const TransformBox& b, const EventRecord& ev) {
-  auto drawer = static_cast<DrawbotDrawerRef>((*ev.context)->host_data);
-  ScopedSuite<DrawbotDrawSuite1> draw(in, nullptr, kDrawbotDrawSuiteName, kDrawbotDrawSuiteVersion);
-  ScopedSuite<DrawbotSupplierSuite1> supplier_suite(in, nullptr, kDrawbotSupplierSuiteName,
-                                                    kDrawbotSupplierSuiteVersion);
-  ScopedSuite<DrawbotPathSuite1> path(in, nullptr, kDrawbotPathSuiteName, kDrawbotPathSuiteVersion);
-  ScopedSuite<DrawbotSurfaceSuite1> surface_suite(in, nullptr, kDrawbotSurfaceSuiteName,
-                                                  kDrawbotSurfaceSuiteVersion);
-  if (!draw.get() || !supplier_suite.get() || !path.get() || !surface_suite.get()) return;
-  DrawbotSupplierRef supplier = nullptr;
-  DrawbotSurfaceRef surface = nullptr;
-  if (draw->get_supplier(drawer, &supplier) != 0 || draw->get_surface(drawer, &surface) != 0)
-    return;
-  // One path per colour: the outline with the knob's stem, then the handles filled.
-  auto with_path = [&](auto&& build, const DrawbotColor& color, bool fill) {
-    DrawbotPathRef p = nullptr;
-    if (supplier_suite->new_path(supplier, &p) != 0 || p == nullptr) return;
-    build(p);
-    if (fill)
-      surface_suite->fill_path(surface, &color, p);
-    else
-      surface_suite->stroke_path(surface, &color, p, 1.0f);
-    supplier_suite->dispose_path(p);
-  };
+void DrawTransformBox(InputRecord* in, const TransformBox& b, const EventRecord& ev) {
+  Painter paint(in, ev);
+  if (!paint.ok()) return;
   const DrawbotColor line{0.35f, 0.65f, 1.0f, 1.0f}, handle{1.0f, 1.0f, 1.0f, 1.0f};
   const BoxPoint knob = KnobPoint(b), top = Mid(b.corner[0], b.corner[1]);
-  with_path(
-      [&](DrawbotPathRef p) {
-        path->move_to(p, float(b.corner[0].x), float(b.corner[0].y));
-        for (int i = 1; i < 4; ++i) path->line_to(p, float(b.corner[i].x), float(b.corner[i].y));
-        path->close(p);
-        path->move_to(p, float(top.x), float(top.y));
-        path->line_to(p, float(knob.x), float(knob.y));
-        // The anchor mark: a cross through the anchor.
-        const float ax = float(b.anchor.x), ay = float(b.anchor.y), r = float(kZoneHandleRadius);
-        path->move_to(p, ax - r, ay);
-        path->line_to(p, ax + r, ay);
-        path->move_to(p, ax, ay - r);
-        path->line_to(p, ax, ay + r);
-      },
-      line, false);
-  with_path(
-      [&](DrawbotPathRef p) {
-        const float h = 3.0f;  // half the side of a handle, viewer pixels
-        auto square = [&](const BoxPoint& c) {
-          path->add_rect(p, float(c.x) - h, float(c.y) - h, 2 * h, 2 * h);
-        };
-        for (int i = 0; i < 4; ++i) {
-          square(b.corner[i]);
-          square(Mid(b.corner[i], b.corner[(i + 1) % 4]));
-        }
-        square(knob);
-      },
-      handle, true);
-}
-
-}  // namespace
-
-void DrawTransformBox(InputRecord* in, const TransformBox& b, const EventRecord& ev) {
-  if (ev.context == nullptr || *ev.context == nullptr) return;
-  try {
-    DrawBox(in, b, ev);
-  } catch (const SuiteError&) {
-    // A host without the drawing suites shows no box; the event is still answered.
+  // The outline with the knob's stem and the anchor's cross, stroked; then the handles, filled.
+  // (Tools read the box back from this order: the four corners, the stem, the cross.)
+  paint.MoveTo(b.corner[0].x, b.corner[0].y);
+  for (int i = 1; i < 4; ++i) paint.LineTo(b.corner[i].x, b.corner[i].y);
+  paint.Close();
+  paint.MoveTo(top.x, top.y);
+  paint.LineTo(knob.x, knob.y);
+  const double ax = b.anchor.x, ay = b.anchor.y, r = kZoneHandleRadius;
+  paint.MoveTo(ax - r, ay);
+  paint.LineTo(ax + r, ay);
+  paint.MoveTo(ax, ay - r);
+  paint.LineTo(ax, ay + r);
+  paint.Stroke(line, 1.0f);
+  const double h = 3.0;  // half the side of a handle, viewer pixels
+  auto square = [&](const BoxPoint& c) { paint.Rect(c.x - h, c.y - h, 2 * h, 2 * h); };
+  for (int i = 0; i < 4; ++i) {
+    square(b.corner[i]);
+    square(Mid(b.corner[i], b.corner[(i + 1) % 4]));
   }
+  square(knob);
+  paint.Fill(handle);
 }
 
 }  // namespace vetext

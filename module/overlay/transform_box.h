@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "document/records.h"
+#include "render/geometry.h"
 #include "vetext/effect.h"
 
 namespace vetext {
@@ -11,6 +13,24 @@ namespace vetext {
 struct BoxPoint {
   double x = 0, y = 0;
 };
+
+// A layout placed on the layer as the render places it under the event's parameters: layer
+// pixels, visual rows (y down), the layer's pixel aspect, no viewer downsampling.
+struct LayerPlacement {
+  RasterGeometry g;
+  TextPlacement p;
+  FrameInfo frame;
+  BoxPoint LayoutToLayer(double x, double y) const;  // layout units (oversampled pixels)
+  BoxPoint LayerToLayout(double x, double y) const;
+};
+// False when the layout has nothing to place or the parameters are incomplete.
+bool PlaceOnLayer(InputRecord* in, ParamList* params, const LayoutRecord& layout,
+                  LayerPlacement* out);
+
+// Layer points to viewer points and back through the event's callbacks (16.16 fixed point both
+// ways, keeping the fraction); unchanged without them.
+BoxPoint LayerToViewer(const EventRecord& ev, const BoxPoint& p);
+BoxPoint ViewerToLayerPoint(const EventRecord& ev, const BoxPoint& p);
 
 // The text's layout bounds as placed on the layer: corners in order top-left, top-right,
 // bottom-right, bottom-left of the unturned text, and the anchor point. Layer pixels or, after

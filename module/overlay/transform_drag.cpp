@@ -39,12 +39,7 @@ BoxPoint Unit(double x, double y, BoxPoint fallback) {
 
 // The event's point in layer pixels, keeping the fraction the host's conversion gives.
 BoxPoint LayerPoint(const EventRecord& ev) {
-  VxFixed x = static_cast<VxFixed>(static_cast<uint32_t>(ev.click_x) << 16);
-  VxFixed y = static_cast<VxFixed>(static_cast<uint32_t>(ev.click_y) << 16);
-  if (ev.callbacks != nullptr && ev.callbacks->viewer_to_layer != nullptr &&
-      ev.context != nullptr && *ev.context != nullptr)
-    ev.callbacks->viewer_to_layer((*ev.context)->host_data, &x, &y);
-  return {FromFixed(x), FromFixed(y)};
+  return ViewerToLayerPoint(ev, {double(ev.click_x), double(ev.click_y)});
 }
 
 // How far the point has gone from the anchor along `axis`, relative to where the drag began;

@@ -102,4 +102,15 @@ IR_Point PlacedPoint(const TextPlacement& p, const RasterGeometry& g, const Fram
                   float(double(p.dst.y) * frame.height - s * a + c * b)};
 }
 
+IR_Point BufferPoint(const TextPlacement& p, const RasterGeometry& g, const FrameInfo& frame,
+                     double fx, double fy) {
+  const double r = double(p.rotation) * (M_PI / 180.0);
+  const double c = std::cos(r), s = std::sin(r);
+  const double dx = fx - double(p.dst.x) * frame.width, dy = fy - double(p.dst.y) * frame.height;
+  const double a = c * dx - s * dy, b = s * dx + c * dy;
+  const double sx = double(p.scale.x), sy = double(p.scale.y);
+  return IR_Point{float(double(p.src.x) * g.W + (sx != 0 ? a / sx : 0)),
+                  float(double(p.src.y) * g.H + (sy != 0 ? b / sy : 0))};
+}
+
 }  // namespace vetext

@@ -69,5 +69,9 @@ TextPlacement PlaceText(const RasterGeometry& g, const TransformValues& t, const
 // `frame` under `p`, in frame pixels, as the compositor maps it: the inverse of its sampling.
 IR_Point PlacedPoint(const TextPlacement& p, const RasterGeometry& g, const FrameInfo& frame,
                      double bx, double by);
+// The inverse: the buffer point (buffer pixels) that lands on frame point (fx, fy). Null scales
+// give the source point itself.
+IR_Point BufferPoint(const TextPlacement& p, const RasterGeometry& g, const FrameInfo& frame,
+                     double fx, double fy);
 
 }  // namespace vetext

@@ -15,6 +15,7 @@
 
 #include "engine/compose_internal.h"
 #include "engine/kte.h"
+#include "overlay/text_edit.h"
 
 namespace {
 
@@ -366,3 +367,73 @@ TEST(ComposeRobustness, ReleasingTheFontMapDoesNotChangeResults) {
 }
 
 }  // namespace
+
+// Each record's character, and the character under a point (the Source Text overlay's hit
+// test): Latin with a space (no record), right-to-left Arabic, a ligature-free second line.
+TEST(ComposeCharacters, EachGlyphKnowsItsCharacterAndClicksFindThem) {
+  struct Case {
+    const char* name;
+    std::vector<TextRun> runs;
+    int32_t box_w, box_h;
+    std::vector<int32_t> characters;  // in record order; empty: not checked as a list
+  };
+  const Case cases[] = {
+      {"latin", {Text(u"Hello World")}, 0, 0, {0, 1, 2, 3, 4, 6, 7, 8, 9, 10}},
+      {"two runs", {Text(u"ab"), Text(u"cd", 60)}, 0, 0, {0, 1, 2, 3}},
+      {"arabic",
+       {Text(u"\u0645\u0631\u062d\u0628\u0627", 40, vetext::kAlignCenter, u"DejaVu Sans")},
+       0,
+       0,
+       {}},
+      {"two lines in a box", {Text(u"first\nsecond", 40, vetext::kAlignLeft)}, 300, 200, {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    KTE::Document d;
+    d.data.mTextParam.mTextRuns = c.runs;
+    d.data.mTextParam.mWidth = c.box_w;
+    d.data.mTextParam.mHeight = c.box_h;
+    LayoutRecord l;
+    std::vector<int32_t> chars;
+    KTE::Compose(d, l, &chars);
+    ASSERT_EQ(chars.size(), l.mCharacters.size());
+    LayoutRecord plain;
+    KTE::Compose(d, plain);
+    EXPECT_EQ(plain, l);  // asking for the characters changes nothing else
+    if (!c.characters.empty()) {
+      EXPECT_EQ(chars, c.characters);
+    }
+    // A click on the middle of a glyph's ink finds that glyph's character.
+    for (size_t i = 0; i < l.mCharacters.size(); ++i) {
+      const CharacterRecord& r = l.mCharacters[i];
+      EXPECT_EQ(vetext::CharacterAt(l, chars, r.mLeft + r.mWidth / 2, r.mTop + r.mHeight / 2),
+                chars[i]);
+    }
+    EXPECT_EQ(vetext::CharacterAt(l, chars, l.mRight + 400, l.mTop), -1);  // beside the text
+  }
+  // Arabic runs right to left: its first letter is the rightmost glyph, its last the leftmost.
+  KTE::Document d;
+  d.data.mTextParam.mTextRuns = {
+      Text(u"\u0645\u0631\u062d\u0628\u0627", 40, vetext::kAlignCenter, u"DejaVu Sans")};
+  LayoutRecord l;
+  std::vector<int32_t> chars;
+  KTE::Compose(d, l, &chars);
+  ASSERT_FALSE(l.mCharacters.empty());
+  auto by_left = [&](size_t a, size_t b) {
+    return l.mCharacters[a].mLeft < l.mCharacters[b].mLeft;
+  };
+  std::vector<size_t> order(l.mCharacters.size());
+  for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::sort(order.begin(), order.end(), by_left);
+  EXPECT_EQ(chars[order.back()], 0);
+  EXPECT_EQ(chars[order.front()], 4);
+  // Left of a box's second line, on its baseline: the line's first character ('s', after
+  // "first\n").
+  d.data.mTextParam.mTextRuns = {Text(u"first\nsecond", 40, vetext::kAlignLeft)};
+  d.data.mTextParam.mWidth = 300;
+  d.data.mTextParam.mHeight = 200;
+  KTE::Compose(d, l, &chars);
+  const float second = Baselines(l).back();
+  EXPECT_EQ(vetext::CharacterAt(l, chars, 0, second), 6);
+  EXPECT_EQ(vetext::CharacterAt(l, chars, l.mRight, Baselines(l).front()), 4);  // end of "first"
+}

@@ -171,6 +171,48 @@ TEST_F(TransformOverlay, BoxHoldsTheRenderedInkAndEveryZoneShowsItsCursor) {
   }
 }
 
+TEST_F(TransformOverlay, ClickOnTheTextEditsAndADragSelectsOneBandPerLine) {
+  Apply({"", 320, 180, 100, 0, 20, 320, 180, {1.5, 10, 5}});
+  P k[4]{}, anchor{};
+  ASSERT_TRUE(DrawnBox(k, &anchor));
+  auto send = [&](int32_t type, P at) {
+    EventRecord ev{};
+    ev.event_type = type;
+    ev.param_index = vetext::kParamSourceText;
+    ev.click_x = int32_t(std::lround(at.x));
+    ev.click_y = int32_t(std::lround(at.y));
+    EXPECT_EQ(inst_->Event(&ev), 0);
+    return ev;
+  };
+  auto drawn = [&]() {
+    host_.ClearDrawing();
+    send(kEventDraw, {0, 0});
+    return host_.drawn_paths();
+  };
+  // Not editing: the frame (outline and baseline), stroked.
+  auto frame = drawn();
+  ASSERT_EQ(frame.size(), 1u);
+  EXPECT_FALSE(frame[0].fill);
+  // A click on the text starts editing; a drag across it selects: one filled band (one line),
+  // its corners inside the box, wider than one glyph.
+  const P left = Mid(Mid(k[0], k[3]), Mid(k[0], k[2])),
+          right = Mid(Mid(k[1], k[2]), Mid(k[0], k[2]));
+  EXPECT_EQ(send(kEventClick, left).handled, 1);
+  EXPECT_EQ(send(kEventDrag, right).handled, 1);
+  auto band = drawn();
+  ASSERT_EQ(band.size(), 1u);
+  EXPECT_TRUE(band[0].fill);
+  ASSERT_EQ(band[0].ops.size(), 5u);
+  const double width =
+      std::hypot(band[0].ops[1].x - band[0].ops[0].x, band[0].ops[1].y - band[0].ops[0].y);
+  const double box_width = std::hypot(k[1].x - k[0].x, k[1].y - k[0].y);
+  EXPECT_GT(width, 0.3 * box_width);
+  EXPECT_LT(width, box_width);
+  // A click beside the text leaves editing: the frame again.
+  EXPECT_EQ(send(kEventClick, Out(k[1], anchor, 80)).handled, 0);
+  EXPECT_FALSE(drawn()[0].fill);
+}
+
 // The ink's bounding box in a render at `time`: x0, y0, x1, y1 in layer pixels.
 std::vector<int> InkBounds(vxhost::Instance& inst, int32_t w, int32_t h, double time) {
   vxhost::Frame in(w, h), out(w, h);
@@ -260,7 +302,7 @@ TEST_F(TransformOverlay, DragsKeyAnimatedParametersAndAReturnChangesNothing) {
   inst_->SetValue(kParamRotation, r, 0.0);
   r.x = 40;
   inst_->SetValue(kParamRotation, r, 2.0);
-  P k[4], anchor;
+  P k[4]{}, anchor{};
   ASSERT_TRUE(DrawnBox(k, &anchor, 1.0));
   // At 1 s the rotation is 20; a quarter turn clockwise there adds a keyframe of 110.
   const P from = Out(Mid(k[1], k[2]), Mid(k[0], k[2]), 10);

@@ -161,7 +161,8 @@ TEST(Overlay, EventRoutingAndGates) {
           {0, kEventActivate, 1, false, true, kEventActivate, kSent, 44, false, kBefore},
           // A click on the Source Text stops editing and keeps the point in layer pixels.
           {0, kEventClick, 1, false, true, kEventClick, kAny, 44, false, kClicked},
-          {0, kEventClick, 1, true, true, kEventDrag, kSent, 44, true, kBefore},  // not a click
+          // Not a click: a drag, which extends the selection while editing.
+          {0, kEventClick, 1, true, true, kEventDrag, 1, 44, true, kBefore},
           {1, kEventClick, 1, false, true, kEventClick, kSent, 44, true, kBefore},
           // Draws are consumed in the viewer only, cursor events anywhere (cleared in the viewer).
           {0, kEventDraw, 1, false, true, kEventDraw, 1, 44, true, kBefore},
