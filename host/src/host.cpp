@@ -355,6 +355,7 @@ constexpr SuiteEntry kKnownSuites[] = {
     {kDrawbotDrawSuiteName, kDrawbotDrawSuiteVersion},
     {kDrawbotSupplierSuiteName, kDrawbotSupplierSuiteVersion},
     {kDrawbotPathSuiteName, kDrawbotPathSuiteVersion},
+    {kDrawbotPathSuiteName, kDrawbotPathSuiteVersion2},
     {kDrawbotSurfaceSuiteName, kDrawbotSurfaceSuiteVersion},
 };
 bool Listed(const std::vector<std::string>& list, const char* name) {
@@ -387,6 +388,8 @@ VxStatus Host::Impl::Acquire(const char* name, int32_t version, const void** sui
     table = SupplierTable();
   } else if (n == kDrawbotPathSuiteName && version == kDrawbotPathSuiteVersion) {
     table = PathTable();
+  } else if (n == kDrawbotPathSuiteName && version == kDrawbotPathSuiteVersion2) {
+    table = PathTable2();
   } else if (n == kDrawbotSurfaceSuiteName && version == kDrawbotSurfaceSuiteVersion) {
     table = SurfaceTable();
   } else {
@@ -484,6 +487,10 @@ std::string DrawnPathsToSvg(const std::vector<DrawnPath>& paths) {
           break;
         case PathOp::kClose:
           std::snprintf(buf, sizeof buf, "Z ");
+          break;
+        case PathOp::kCurve:
+          std::snprintf(buf, sizeof buf, "C%.2f %.2f %.2f %.2f %.2f %.2f ", op.x1, op.y1, op.x2,
+                        op.y2, op.x, op.y);
           break;
       }
       d += buf;

@@ -180,6 +180,7 @@ const ParamUtilsSuite3* ParamUtilsTable();
 const DrawbotDrawSuite1* DrawTable();
 const DrawbotSupplierSuite1* SupplierTable();
 const DrawbotPathSuite1* PathTable();
+const DrawbotPathSuite2* PathTable2();
 const DrawbotSurfaceSuite1* SurfaceTable();
 
 int32_t BytesPerPixel(uint32_t pixel_format);

@@ -151,6 +151,11 @@ int32_t LineTo(DrawbotPathRef path, float x, float y) {
 int32_t AddRect(DrawbotPathRef path, float left, float top, float width, float height) {
   return AddOp(path, PathOp{PathOp::kRect, left, top, width, height});
 }
+int32_t CurveTo(DrawbotPathRef path, float x1, float y1, float x2, float y2, float x, float y) {
+  PathOp op{PathOp::kCurve, x, y};
+  op.x1 = x1, op.y1 = y1, op.x2 = x2, op.y2 = y2;
+  return AddOp(path, op);
+}
 int32_t ClosePath(DrawbotPathRef path) {
   return AddOp(path, PathOp{PathOp::kClose});
 }
@@ -179,6 +184,7 @@ int32_t FillPath(DrawbotSurfaceRef surface, const DrawbotColor* color, DrawbotPa
 constexpr DrawbotDrawSuite1 kDraw{&GetSupplier, &GetSurface};
 constexpr DrawbotSupplierSuite1 kSupplier{&NewPath, &DisposePath};
 constexpr DrawbotPathSuite1 kPath{&MoveTo, &LineTo, &AddRect, &ClosePath};
+constexpr DrawbotPathSuite2 kPath2{&MoveTo, &LineTo, &AddRect, &ClosePath, &CurveTo};
 constexpr DrawbotSurfaceSuite1 kSurface{&StrokePath, &FillPath};
 
 }  // namespace
@@ -197,6 +203,9 @@ const DrawbotSupplierSuite1* SupplierTable() {
 }
 const DrawbotPathSuite1* PathTable() {
   return &kPath;
+}
+const DrawbotPathSuite2* PathTable2() {
+  return &kPath2;
 }
 const DrawbotSurfaceSuite1* SurfaceTable() {
   return &kSurface;

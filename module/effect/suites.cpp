@@ -82,6 +82,7 @@ template class ScopedSuite<VideoSegmentSuite6>;
 template class ScopedSuite<DrawbotDrawSuite1>;
 template class ScopedSuite<DrawbotSupplierSuite1>;
 template class ScopedSuite<DrawbotPathSuite1>;
+template class ScopedSuite<DrawbotPathSuite2>;
 template class ScopedSuite<DrawbotSurfaceSuite1>;
 
 }  // namespace vetext

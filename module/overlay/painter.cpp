@@ -8,11 +8,11 @@ struct Painter::Suites {
   Suites(const InputRecord* in)
       : draw(in, nullptr, kDrawbotDrawSuiteName, kDrawbotDrawSuiteVersion),
         supplier(in, nullptr, kDrawbotSupplierSuiteName, kDrawbotSupplierSuiteVersion),
-        path(in, nullptr, kDrawbotPathSuiteName, kDrawbotPathSuiteVersion),
+        path(in, nullptr, kDrawbotPathSuiteName, kDrawbotPathSuiteVersion2),
         surface(in, nullptr, kDrawbotSurfaceSuiteName, kDrawbotSurfaceSuiteVersion) {}
   ScopedSuite<DrawbotDrawSuite1> draw;
   ScopedSuite<DrawbotSupplierSuite1> supplier;
-  ScopedSuite<DrawbotPathSuite1> path;
+  ScopedSuite<DrawbotPathSuite2> path;
   ScopedSuite<DrawbotSurfaceSuite1> surface;
   bool ok() const { return draw.get() && supplier.get() && path.get() && surface.get(); }
 };
@@ -47,6 +47,18 @@ void Painter::LineTo(double x, double y) {
 }
 void Painter::Rect(double left, double top, double width, double height) {
   if (path_) suites_->path->add_rect(path_, float(left), float(top), float(width), float(height));
+}
+void Painter::Circle(double cx, double cy, double r) {
+  if (!path_) return;
+  // Four cubic quarter arcs; k places the control points so each stays within 0.03 % of a circle.
+  const double k = 0.5522847498 * r;
+  const auto f = [](double v) { return float(v); };
+  suites_->path->move_to(path_, f(cx + r), f(cy));
+  suites_->path->curve_to(path_, f(cx + r), f(cy + k), f(cx + k), f(cy + r), f(cx), f(cy + r));
+  suites_->path->curve_to(path_, f(cx - k), f(cy + r), f(cx - r), f(cy + k), f(cx - r), f(cy));
+  suites_->path->curve_to(path_, f(cx - r), f(cy - k), f(cx - k), f(cy - r), f(cx), f(cy - r));
+  suites_->path->curve_to(path_, f(cx + k), f(cy - r), f(cx + r), f(cy - k), f(cx + r), f(cy));
+  suites_->path->close(path_);
 }
 void Painter::Close() {
   if (path_) suites_->path->close(path_);

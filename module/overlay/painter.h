@@ -24,6 +24,7 @@ class Painter {
   void LineTo(double x, double y);
   void Rect(double left, double top, double width, double height);
   void Close();
+  void Circle(double cx, double cy, double r);  // a closed sub-path of four cubic arcs
   // Paints the path built so far and starts a new one.
   void Stroke(const DrawbotColor& color, float width);
   void Fill(const DrawbotColor& color);

@@ -166,6 +166,7 @@ void DrawTransformBox(InputRecord* in, const TransformBox& b, const EventRecord&
   paint.LineTo(ax + r, ay);
   paint.MoveTo(ax, ay - r);
   paint.LineTo(ax, ay + r);
+  paint.Circle(ax, ay, r * 0.6);
   paint.Stroke(line, 1.0f);
   const double h = 3.0;  // half the side of a handle, viewer pixels
   auto square = [&](const BoxPoint& c) { paint.Rect(c.x - h, c.y - h, 2 * h, 2 * h); };

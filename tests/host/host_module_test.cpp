@@ -117,7 +117,7 @@ TEST(HostSuites, AcquireReleaseUnknownWrongVersionAndFaults) {
   const std::pair<const char*, int32_t> known[] = {
       {kPixelFormatSuiteName, 1},   {kParamUtilsSuiteName, 3},      {kRPixSuiteName, 1},
       {kRPixCacheSuiteName, 6},     {kRPixCreatorSuiteName, 3},     {kVideoSegmentSuiteName, 6},
-      {kDrawbotDrawSuiteName, 1},   {kDrawbotSupplierSuiteName, 1}, {kDrawbotPathSuiteName, 1},
+      {kDrawbotDrawSuiteName, 1},   {kDrawbotSupplierSuiteName, 1}, {kDrawbotPathSuiteName, 2},
       {kDrawbotSurfaceSuiteName, 1}};
   const void* suite = nullptr;
   for (const auto& [name, version] : known) {
@@ -126,8 +126,11 @@ TEST(HostSuites, AcquireReleaseUnknownWrongVersionAndFaults) {
     EXPECT_TRUE(ss->acquire(name, version + 1, &suite) != kStatusOk && !suite) << name;
     EXPECT_NE(ss->release(name, version + 1), kStatusOk) << name;
   }
-  EXPECT_EQ(host.stats().suites_acquired.load(), 10);
-  EXPECT_EQ(host.stats().suites_released.load(), 10);
+  // Version 1 of the path suite, without curves, is still served.
+  EXPECT_TRUE(ss->acquire(kDrawbotPathSuiteName, 1, &suite) == kStatusOk && suite);
+  EXPECT_EQ(ss->release(kDrawbotPathSuiteName, 1), kStatusOk);
+  EXPECT_EQ(host.stats().suites_acquired.load(), 11);
+  EXPECT_EQ(host.stats().suites_released.load(), 11);
   EXPECT_NE(ss->acquire("VEFX Suite", 1, &suite), kStatusOk);
   EXPECT_NE(ss->release("VEFX Suite", 1), kStatusOk);
   EXPECT_NE(ss->acquire(nullptr, 1, &suite), kStatusOk);

@@ -59,6 +59,8 @@ TEST_F(OverlayCli, DraggedBoxIsWhereTheSavedProjectDrawsTheText) {
   const std::vector<Pt> after = BoxOf(ReadWholeFile(Path("after.svg")));
   ASSERT_EQ(before.size(), 4u);
   ASSERT_EQ(after.size(), 4u);
+  // The anchor's circle reaches the SVG as cubic curves.
+  EXPECT_NE(ReadWholeFile(Path("after.svg")).find(" C"), std::string::npos);
   // The project shows the box the drags left.
   EXPECT_EQ(BoxOf(ReadWholeFile(Path("again.svg"))).size(), 4u);
   EXPECT_EQ(ReadWholeFile(Path("again.svg")).substr(0, 200),

@@ -144,6 +144,9 @@ bool WriteOverlayPng(const std::string& path, const Image& frame,
         case vxhost::PathOp::kClose:
           cairo_close_path(cr);
           break;
+        case vxhost::PathOp::kCurve:
+          cairo_curve_to(cr, op.x1, op.y1, op.x2, op.y2, op.x, op.y);
+          break;
       }
     }
     cairo_set_source_rgba(cr, p.color.red, p.color.green, p.color.blue, p.color.alpha);

@@ -128,6 +128,17 @@ typedef struct DrawbotPathSuite1 {
   int32_t (*add_rect)(DrawbotPathRef path, float left, float top, float width, float height);
   int32_t (*close)(DrawbotPathRef path);
 } DrawbotPathSuite1;
+/* Version 2 adds cubic Bezier curves; its first four entries are version 1's. */
+#define kDrawbotPathSuiteVersion2 2
+typedef struct DrawbotPathSuite2 {
+  int32_t (*move_to)(DrawbotPathRef path, float x, float y);
+  int32_t (*line_to)(DrawbotPathRef path, float x, float y);
+  int32_t (*add_rect)(DrawbotPathRef path, float left, float top, float width, float height);
+  int32_t (*close)(DrawbotPathRef path);
+  /* From the current point through control points (x1, y1) and (x2, y2) to (x, y). */
+  int32_t (*curve_to)(DrawbotPathRef path, float x1, float y1, float x2, float y2, float x,
+                      float y);
+} DrawbotPathSuite2;
 
 #define kDrawbotSurfaceSuiteName "DRAWBOT Surface Suite"
 #define kDrawbotSurfaceSuiteVersion 1

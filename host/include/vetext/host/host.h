@@ -126,8 +126,9 @@ struct ViewerTransform {
 // What the DRAWBOT suites drew, in call order. The drawer of a draw event (command 15, type 4)
 // is the event context's host_data: (DrawbotDrawerRef)(*event.context)->host_data.
 struct PathOp {
-  enum Kind { kMove, kLine, kRect, kClose } kind;
-  float x = 0, y = 0, width = 0, height = 0;
+  enum Kind { kMove, kLine, kRect, kClose, kCurve } kind;
+  float x = 0, y = 0, width = 0, height = 0;  // the end point (x, y); a rectangle's size
+  float x1 = 0, y1 = 0, x2 = 0, y2 = 0;       // a curve's control points
 };
 struct DrawnPath {
   bool fill = false;  // false: stroked
