@@ -525,11 +525,21 @@ void Host::ClearDrawing() {
 
 std::string DefaultModulePath() {
   if (const char* env = std::getenv("VETEXT_MODULE"); env && *env) return env;
-    // The build tree's module while it is there; once installed, the installed one.
+    // The build tree's module while it is there; once installed, the one installed beside the
+    // running program (<prefix>/bin/vetext finds <prefix>/<libdir>/vetext/VEText.so), else the one
+    // under the prefix the build was configured for.
 #ifdef VETEXT_DEFAULT_MODULE
   if (access(VETEXT_DEFAULT_MODULE, F_OK) == 0) return VETEXT_DEFAULT_MODULE;
 #endif
 #ifdef VETEXT_INSTALLED_MODULE
+  char exe[4096];
+  const ssize_t n = readlink("/proc/self/exe", exe, sizeof exe - 1);
+  if (n > 0) {
+    std::string dir(exe, size_t(n));
+    dir.erase(dir.find_last_of('/') == std::string::npos ? 0 : dir.find_last_of('/'));
+    const std::string beside = dir + "/../" VETEXT_INSTALL_LIBDIR "/vetext/VEText.so";
+    if (access(beside.c_str(), F_OK) == 0) return beside;
+  }
   return VETEXT_INSTALLED_MODULE;
 #else
   return "VEText.so";
