@@ -242,6 +242,9 @@ TextFilter::~TextFilter() {
 
 void TextFilter::Set(int index, const Value& value) {
   if (index < 0 || index >= kCount) return;
+  // A number that is not finite means nothing in any unit: the parameter keeps its value.
+  for (double v : value.v)
+    if (!std::isfinite(v)) return;
   values_[size_t(index)] = value;
 }
 

@@ -4,6 +4,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -273,6 +274,13 @@ TEST_F(Frei0rEntry, RefusedFramesAndSettingsPassThrough) {
   SetText(inst, "Back");
   update_(inst, 0, grey.data(), drawn.data());
   EXPECT_GT(Changed(grey, drawn), 50u);
+  // Numbers that are not finite are ignored: the same text is drawn.
+  const std::vector<uint32_t> before = drawn;
+  f0r_param_position_t nowhere{NAN, INFINITY};
+  set_(inst, &nowhere, 7);  // box
+  set_(inst, &nowhere, 8);  // position
+  update_(inst, 0, grey.data(), drawn.data());
+  EXPECT_EQ(drawn, before);
   destruct_(inst);
   std::filesystem::remove_all(bad.parent_path());
 }
