@@ -276,6 +276,11 @@ bool TextFilter::ApplyDocument(std::string* error) {
   const std::string& text = v[kText].text;
   if (!text.empty() && text[0] == '@') {
     const std::string path = text.substr(1);
+    // The reader takes "" and "-" for standard input, which belongs to the client program.
+    if (path.empty() || path == "-") {
+      *error = "'" + text + "' names no file; give @FILE, a project or document file";
+      return false;
+    }
     std::vector<uint8_t> bytes;
     if (!vetext_tool::ReadInputFile(path, vetext_tool::kMaxDocumentFileBytes, &bytes, error)) {
       *error = "cannot read the text file: " + *error;

@@ -154,6 +154,7 @@ TEST_F(Frei0rPrograms, BadSettingsPassTheFrameThroughWithAMessage) {
     const char* needle;
   } cases[] = {
       {"@missing.vxpj", "missing.vxpj"},
+      {"@-", "names no file"},
       {"Hello|No Such Family Anywhere", "'No Such Family Anywhere' is not installed"},
       {"Hello||0|1/1/1|1/1/1|0|diagonal", "'diagonal' is not one of"},
   };
