@@ -45,26 +45,26 @@ bool Inside(const TransformBox& b, double x, double y) {
   return sign != 0;
 }
 
-}  // namespace
+using Conversion = VxStatus (*)(void* host_data, VxFixed* x, VxFixed* y);
 
-BoxPoint LayerToViewer(const EventRecord& ev, const BoxPoint& p) {
-  if (ev.callbacks == nullptr || ev.callbacks->layer_to_viewer == nullptr ||
-      ev.context == nullptr || *ev.context == nullptr)
-    return p;
+// One of the host's point conversions, in 16.16 fixed point both ways, keeping the fraction;
+// the point unchanged when the host has no such callback or it fails.
+BoxPoint Convert(const EventRecord& ev, Conversion fn, const BoxPoint& p) {
+  if (fn == nullptr || ev.context == nullptr || *ev.context == nullptr) return p;
   VxFixed x = static_cast<VxFixed>(std::lround(std::clamp(p.x, -32767.0, 32767.0) * 65536.0));
   VxFixed y = static_cast<VxFixed>(std::lround(std::clamp(p.y, -32767.0, 32767.0) * 65536.0));
-  if (ev.callbacks->layer_to_viewer((*ev.context)->host_data, &x, &y) != kStatusOk) return p;
+  if (fn((*ev.context)->host_data, &x, &y) != kStatusOk) return p;
   return {x / 65536.0, y / 65536.0};
 }
 
+}  // namespace
+
+BoxPoint LayerToViewer(const EventRecord& ev, const BoxPoint& p) {
+  return Convert(ev, ev.callbacks ? ev.callbacks->layer_to_viewer : nullptr, p);
+}
+
 BoxPoint ViewerToLayerPoint(const EventRecord& ev, const BoxPoint& p) {
-  if (ev.callbacks == nullptr || ev.callbacks->viewer_to_layer == nullptr ||
-      ev.context == nullptr || *ev.context == nullptr)
-    return p;
-  VxFixed x = static_cast<VxFixed>(std::lround(std::clamp(p.x, -32767.0, 32767.0) * 65536.0));
-  VxFixed y = static_cast<VxFixed>(std::lround(std::clamp(p.y, -32767.0, 32767.0) * 65536.0));
-  if (ev.callbacks->viewer_to_layer((*ev.context)->host_data, &x, &y) != kStatusOk) return p;
-  return {x / 65536.0, y / 65536.0};
+  return Convert(ev, ev.callbacks ? ev.callbacks->viewer_to_layer : nullptr, p);
 }
 
 BoxPoint LayerPlacement::LayoutToLayer(double x, double y) const {

@@ -55,10 +55,10 @@ class TransformOverlay : public ::testing::Test {
     if (c.hscale != 0) Set(kParamHorizontalScale, c.hscale);
     host_.viewer() = c.viewer;
   }
-  EventRecord Send(int32_t type, P at, double time = 0) {
+  EventRecord Send(int32_t type, P at, double time = 0, int32_t param = kParamTransformGroup) {
     EventRecord ev{};
     ev.event_type = type;
-    ev.param_index = kParamTransformGroup;
+    ev.param_index = param;
     ev.click_x = int32_t(std::lround(at.x));
     ev.click_y = int32_t(std::lround(at.y));
     EXPECT_EQ(inst_->Event(&ev, time), 0);
@@ -175,15 +175,7 @@ TEST_F(TransformOverlay, ClickOnTheTextEditsAndADragSelectsOneBandPerLine) {
   Apply({"", 320, 180, 100, 0, 20, 320, 180, {1.5, 10, 5}});
   P k[4]{}, anchor{};
   ASSERT_TRUE(DrawnBox(k, &anchor));
-  auto send = [&](int32_t type, P at) {
-    EventRecord ev{};
-    ev.event_type = type;
-    ev.param_index = vetext::kParamSourceText;
-    ev.click_x = int32_t(std::lround(at.x));
-    ev.click_y = int32_t(std::lround(at.y));
-    EXPECT_EQ(inst_->Event(&ev), 0);
-    return ev;
-  };
+  auto send = [&](int32_t type, P at) { return Send(type, at, 0, vetext::kParamSourceText); };
   auto drawn = [&]() {
     host_.ClearDrawing();
     send(kEventDraw, {0, 0});
