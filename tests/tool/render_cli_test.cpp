@@ -279,6 +279,10 @@ TEST_F(RenderCli, KeyframedTextMovesThroughAVideoAndBackOutAsPictures) {
   Render({"--input", "in.mp4", "--opacity", "0"}, "f_%02d.png");
   Render({"--input", "in.mp4", "--opacity", "0", "--time", "0.5"}, "half.png");
   EXPECT_FALSE(fs::exists(Path("f_11.png")));
+  // The null output renders every frame and writes nothing.
+  const size_t files = std::distance(fs::directory_iterator(dir_), fs::directory_iterator());
+  Render({"--input", "in.mp4"}, "null:");
+  EXPECT_EQ(std::distance(fs::directory_iterator(dir_), fs::directory_iterator()), files);
   const Image bg = Solid(320, 240, 0x00, 0x80, 0xc8);
   struct Case {
     std::string picture;

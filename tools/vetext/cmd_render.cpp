@@ -420,7 +420,8 @@ int RunRender(RenderArgs& a) {
     for (size_t i = 0; i < batch.size(); ++i) {
       if (writer) {
         if (!pass_audio() || !writer->WriteFrame(batch[i], &error)) return Fail(error);
-      } else if (!WritePng(SequenceFileName(a.output, done + 1), batch[i], &error)) {
+      } else if (kind == OutputKind::kSequence &&
+                 !WritePng(SequenceFileName(a.output, done + 1), batch[i], &error)) {
         return Fail(error);
       }
       ++done;
@@ -486,7 +487,8 @@ void AddCommand(CLI::App& app, bool overlay) {
                   "generated background")
       ->group(media);
   sub->add_option("-o,--output", args->output,
-                  "vetext.png (one picture), a pattern like out_%04d.png, or a video file")
+                  "vetext.png (one picture), a pattern like out_%04d.png, a video file, or null: "
+                  "(render every frame and write nothing, for timing)")
       ->capture_default_str()
       ->group(media);
   sub->add_option("--background", args->background,

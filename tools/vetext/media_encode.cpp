@@ -19,6 +19,10 @@ bool ClassifyOutput(const std::string& path, OutputKind* kind, std::string* erro
     *error = "--output is empty";
     return false;
   }
+  if (path == kNullOutput) {
+    *kind = OutputKind::kNull;
+    return true;
+  }
   if (IsSequencePattern(path)) {
     if (ext != "png") {
       *error = "image sequence '" + path + "': only PNG sequences are written (use .png)";

@@ -21,10 +21,14 @@ struct SwsContext;
 
 namespace vetext_tool {
 
-enum class OutputKind { kStill, kSequence, kVideo };
+enum class OutputKind { kStill, kSequence, kVideo, kNull };
 
-// What `path` asks for: a pattern with "%d" is a sequence, .png a single picture, and anything
-// else a video container. Fails for a still-image extension other than PNG.
+// The output that writes nothing: every frame is decoded and rendered, then dropped (for timing
+// a render without an encoder, like ffmpeg's `-f null -`).
+constexpr const char* kNullOutput = "null:";
+
+// What `path` asks for: "null:" nothing, a pattern with "%d" a sequence, .png a single picture,
+// and anything else a video container. Fails for a still-image extension other than PNG.
 bool ClassifyOutput(const std::string& path, OutputKind* kind, std::string* error);
 
 // Encodes BGRA pictures as H.264 (or MPEG-4 part 2 when the container cannot hold H.264),
