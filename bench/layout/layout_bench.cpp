@@ -14,6 +14,7 @@
 #include "document/layout_cache.h"
 #include "document/layout_json.h"
 #include "engine/kte.h"
+#include "gpu/filter.h"
 #include "vetext/host/host.h"
 #include "vetext/vxcore.h"
 
@@ -70,6 +71,31 @@ void BM_CacheHit(benchmark::State& state) {
     vetext::LayoutRecord layout;
     vetext::BuildTextLayout(block.data(), block.size(), layout, &in, &out);
     benchmark::DoNotOptimize(layout.mCharacters.data());
+  }
+  if (host.cache().Stats().adds != 1) state.SkipWithError("the hit path composed");
+}
+
+// The GPU path's read of the layout, three times a frame: the document from the parameter at the
+// clip time, its key, a cache lookup and the kept parse of the entry's text.
+void BM_GpuLayoutHit(benchmark::State& state) {
+  const std::vector<uint8_t>& block = Block(int(state.range(0)));
+  vxhost::Host host;
+  std::string error;
+  auto module = host.Load(vxhost::DefaultModulePath(), &error);
+  if (!module || module->Setup() != 0) return state.SkipWithError("no module");
+  auto inst = module->CreateInstance();
+  vxhost::ParamValue v;
+  v.bytes = block;
+  if (!inst || inst->SetValue(1, v) != 0) return state.SkipWithError("no instance");
+  vetext::VEFilterTextGPU filter;
+  GPUInstanceRecord rec{host.gpu_suites(), 0, 0, inst->node_id(), nullptr};
+  filter.Initialize(&rec);
+  GPURenderParams params{};
+  std::shared_ptr<const vetext::LayoutRecord> layout;
+  if (filter.GetLayoutRecords(&params, &layout) != 0) return state.SkipWithError("no layout");
+  for (auto _ : state) {
+    filter.GetLayoutRecords(&params, &layout);
+    benchmark::DoNotOptimize(layout.get());
   }
   if (host.cache().Stats().adds != 1) state.SkipWithError("the hit path composed");
 }
@@ -149,6 +175,7 @@ BENCHMARK(BM_ParseTree)->Arg(0)->Arg(1)->ArgName("long");
 BENCHMARK(BM_WriteOnly)->Arg(0)->Arg(1)->ArgName("long");
 BENCHMARK(BM_HashOnly)->Arg(0)->Arg(1)->ArgName("long");
 BENCHMARK(BM_CacheHit)->Arg(0)->Arg(1)->ArgName("long");
+BENCHMARK(BM_GpuLayoutHit)->Arg(0)->Arg(1)->ArgName("long");
 
 // Keeps every run's time per iteration, by name, for the ratios printed at the end.
 class Collector : public benchmark::ConsoleReporter {
@@ -186,6 +213,9 @@ int main(int argc, char** argv) {
     std::printf("%s: cache hit / composition = %.4f, bar < 0.1: %s\n",
                 arg[5] == '0' ? "title \"TEXT Wgij\"" : "2,000 characters", ratio,
                 ratio < 0.1 ? "PASS" : "MISS");
+    if (const double gpu = time("BM_GpuLayoutHit", arg); gpu >= 0)
+      std::printf("  GPU path layout read / composition = %.4f, bar < 0.1: %s\n", gpu / compose,
+                  gpu / compose < 0.1 ? "PASS" : "MISS");
     if (glyphs > 0) {
       std::printf(
           "  per glyph (%g glyphs, ns): composition %.0f (compose %.0f, write %.0f);"

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -52,6 +53,9 @@ struct DrawPath {
   std::vector<PathOp> ops;
 };
 
+struct GpuInstance;  // gpu_render.cpp
+struct PrecomputeCache;
+
 struct Host::Impl {
   explicit Impl(uint64_t cache_budget);
   ~Impl();
@@ -74,6 +78,9 @@ struct Host::Impl {
   std::map<int32_t, Instance::Impl*> nodes;
   int32_t next_node_id = 1;
 
+  // Precomputed record images of the GPU path, on their devices.
+  std::shared_ptr<PrecomputeCache> precomputes;
+  std::mutex precomputes_mutex;  // guards making it
   // What the DRAWBOT suites drew.
   ViewerContext viewer;
   mutable std::mutex draw_mutex;
@@ -103,6 +110,10 @@ struct Module::Impl {
   OutputRecord last_output{};
   std::mutex instances_mutex;
   std::set<Instance::Impl*> instances;
+  // The GPU filter's table, from the first GPU render on (gpu_status < 0: the entry refused).
+  std::mutex gpu_mutex;
+  GPUFilterFunctions gpu_functions{};
+  int32_t gpu_status = kErrUnsupported;
 
   InputRecord MakeInput() const;
   VxStatus Call(EffectCommand cmd, InputRecord* in, OutputRecord* out, ParamList* params,
@@ -160,6 +171,10 @@ struct Instance::Impl {
   void SetOutput(const OutputRecord& out);
   void Teardown();  // disposes every value and sends command 8
   uint64_t refcon(int32_t index) const;
+  // The GPU filter instance, made on the first GPU render and disposed before command 8.
+  std::shared_ptr<GpuInstance> gpu;
+  std::shared_ptr<DeviceFrame> gpu_frame;  // the upload target of RenderGPU(in, out)
+  void DisposeGpu();
 };
 
 Host::Impl* HostInSlot(size_t slot);

@@ -264,6 +264,7 @@ ParamValue Instance::Impl::ValueAt(int32_t index, double time) {
 
 void Instance::Impl::Teardown() {
   if (!module) return;
+  DisposeGpu();  // the GPU filter instance goes before the sequence it belongs to
   std::vector<std::pair<int32_t, VxHandle>> handles;
   {
     std::unique_lock lock(store_mutex);

@@ -177,6 +177,11 @@ VxStatus Module::GlobalSetdown() {
     instances.swap(m.instances);
   }
   for (Instance::Impl* inst : instances) inst->Teardown();
+  if (m.gpu != nullptr && m.gpu_status >= 0) {
+    int32_t index = 0;
+    m.gpu(2, &index, 0, 0, nullptr, nullptr);  // startup 0: the filter is shut down
+    m.gpu_status = kErrUnsupported;
+  }
   DisposeDefaults(m);
   if (!m.set_up) return kStatusOk;
   InputRecord in = m.MakeInput();

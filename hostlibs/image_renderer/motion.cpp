@@ -143,16 +143,6 @@ bool SolveSpan(double c0, double b, double lo, double hi, double* xmin, double* 
   return true;
 }
 
-struct Mapping {
-  // Sample position (in reduced pixels, minus the half pixel of the bilinear centre) of the
-  // centre of destination pixel (X, Y): u = ax + bx X + cx Y, v = ay + by X + cy Y.
-  double ax, bx, cx, ay, by, cy;
-};
-
-struct Span {
-  int32_t x0, x1;  // [x0, x1)
-};
-
 // The inverse mapping of a placement onto a reduction with factors (fx, fy), displaced by
 // (shift_x, shift_y) reduced pixels. False when it is not finite.
 bool MakeMapping(const Placement& pl, int32_t fx, int32_t fy, double shift_x, double shift_y,
@@ -436,8 +426,8 @@ void BlendRows(const IR_Prefiltered& src, const Mapping& m, const std::vector<Sp
   }
 }
 
-// The destination columns each row's samples can touch (a sample touches the image, not only
-// its border, when 0 < u < width + 1), and their total.
+}  // namespace
+
 int64_t DestinationSpans(const IR_Prefiltered& src, const Mapping& m, int32_t dst_width,
                          int32_t dst_height, std::vector<Span>* spans) {
   const double uhi = src.width + 1.0, vhi = src.height + 1.0;
@@ -457,6 +447,8 @@ int64_t DestinationSpans(const IR_Prefiltered& src, const Mapping& m, int32_t ds
   }
   return total;
 }
+
+namespace {
 
 // BlendRows over every row, in two bands of about equal pixel count on two threads when the
 // work is large.
@@ -560,8 +552,6 @@ bool AlignedShift(const Placement& pl, int32_t fx, int32_t fy, int32_t steps, in
   return true;
 }
 
-// The mapping of a placement and, when it is one to one and lands on whole pixels, the offset
-// of the whole-pixel path. False when the placement is not finite.
 bool PlanPlacement(const IR_Prefiltered& src, const Placement& pl, bool allow_exact, Mapping* m,
                    bool* exact, int64_t* u0, int64_t* v0) {
   const bool shifted = src.shift_steps > 0;

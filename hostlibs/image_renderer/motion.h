@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "vetext/image_renderer.h"
 
@@ -57,6 +58,25 @@ struct Placement {
   double rotation_deg;  // counter-clockwise on screen
   float opacity;
 };
+
+// Within the library (the GPU devices draw with the same arithmetic):
+// The sample position (in reduced pixels, minus the half pixel of the bilinear centre) of the
+// centre of destination pixel (X, Y): u = ax + bx X + cx Y, v = ay + by X + cy Y.
+struct Mapping {
+  double ax, bx, cx, ay, by, cy;
+};
+struct Span {
+  int32_t x0, x1;  // [x0, x1)
+};
+// The mapping of a placement onto `src` (its factors and shift) and, when it is one to one and
+// lands on whole pixels, the offset (u0, v0) of the whole-pixel path: destination pixel (X, Y)
+// takes bordered reduced pixel (X + u0, Y + v0). False when the placement is not finite.
+bool PlanPlacement(const IR_Prefiltered& src, const Placement& pl, bool allow_exact, Mapping* m,
+                   bool* exact, int64_t* u0, int64_t* v0);
+// The destination columns each row's samples can touch (a sample touches the image, not only
+// its border, when 0 < u < width + 1), and their total.
+int64_t DestinationSpans(const IR_Prefiltered& src, const Mapping& m, int32_t dst_width,
+                         int32_t dst_height, std::vector<Span>* spans);
 
 // Composites a reduction (as made by Reduce) over dst. Returns false when the placement is not
 // finite; a zero scale draws nothing. `allow_exact` false keeps one-to-one placements on the

@@ -84,49 +84,57 @@ class PixRef {
   RPixHandle h_ = nullptr;
 };
 
-// Reads the layout block held by a cache buffer into `out`. Only buffers tagged as ours and
-// large enough for their count are read; anything else under the key leaves `out` as it was.
-void ReadEntry(const RPixSuite1* pix, RPixHandle h, LayoutRecord& out) {
+bool AddEntry(const CacheSuites& s, const char* key, const std::u16string& text) {
+  return AddLayoutEntry(s.pix(), s.creator(), s.cache(), key, text, nullptr);
+}
+
+}  // namespace
+
+bool ReadLayoutEntry(const RPixSuite1* pix, RPixHandle h, LayoutRecord& out) {
   uint32_t format = 0;
-  if (pix->get_pixel_format(h, &format) < 0 || format != kPixelFormatRaw) return;
+  if (pix->get_pixel_format(h, &format) < 0 || format != kPixelFormatRaw) return false;
   void* pixels = nullptr;
-  if (pix->get_pixels(h, kRPixAccessRead, &pixels) < 0 || pixels == nullptr) return;
+  if (pix->get_pixels(h, kRPixAccessRead, &pixels) < 0 || pixels == nullptr) return false;
   // A raw buffer is one row of its byte size: the count is never trusted beyond it.
   int32_t row_bytes = 0;
-  if (pix->get_row_bytes(h, &row_bytes) < 0 || row_bytes < int32_t(sizeof(uint64_t))) return;
+  if (pix->get_row_bytes(h, &row_bytes) < 0 || row_bytes < int32_t(sizeof(uint64_t))) return false;
   uint64_t count = 0;
   std::memcpy(&count, pixels, sizeof count);
-  if (count > uint64_t(row_bytes) - sizeof count) return;
+  if (count > uint64_t(row_bytes) - sizeof count) return false;
   const uint8_t* start = static_cast<const uint8_t*>(pixels) + sizeof count;
   // The reference held keeps the buffer alive: read the text where it lies when it is aligned
   // for UTF-16 (a hit on a long text then copies nothing).
   if (reinterpret_cast<uintptr_t>(start) % alignof(char16_t) == 0) {
     TextToLayout(reinterpret_cast<const char16_t*>(start), size_t(count / 2), out);
-    return;
+    return true;
   }
   std::u16string text(size_t(count / 2), u'\0');
   std::memcpy(text.data(), start, text.size() * 2);
   TextToLayout(text.data(), text.size(), out);
+  return true;
 }
 
-// Creates a raw buffer holding the layout block of `text` and adds it under `key`. Returns
-// false when a host call fails (nothing is left behind then).
-bool AddEntry(const CacheSuites& s, const char* key, const std::u16string& text) {
+bool AddLayoutEntry(const RPixSuite1* pix, const RPixCreatorSuite3* creator,
+                    const RPixCacheSuite6* cache, const char* key, const std::u16string& text,
+                    RPixHandle* created_out) {
   const uint64_t count = uint64_t(text.size()) * 2;
-  PixRef created(s.pix());
-  if (s.creator()->create(created.slot(), kRPixKindRaw, kPixelFormatRaw, 1, 1, 1, 1,
-                          count + sizeof count) < 0 ||
+  PixRef created(pix);
+  if (creator->create(created.slot(), kRPixKindRaw, kPixelFormatRaw, 1, 1, 1, 1,
+                      count + sizeof count) < 0 ||
       created.get() == nullptr)
     return false;
   void* pixels = nullptr;
-  if (s.pix()->get_pixels(created.get(), kRPixAccessWrite, &pixels) < 0 || pixels == nullptr)
+  if (pix->get_pixels(created.get(), kRPixAccessWrite, &pixels) < 0 || pixels == nullptr)
     return false;
   std::memcpy(pixels, &count, sizeof count);
   std::memcpy(static_cast<uint8_t*>(pixels) + sizeof count, text.data(), size_t(count));
-  return s.cache()->add(key, created.get()) >= 0;
+  if (cache->add(key, created.get()) < 0) return false;
+  if (created_out != nullptr) {
+    *created_out = created.get();
+    *created.slot() = nullptr;  // the caller's reference now
+  }
+  return true;
 }
-
-}  // namespace
 
 void FormatLayoutKey(const uint8_t hash[16], char key[37]) {
   // The first three groups are byte-reversed, the last two are not (the GUID text form), so
@@ -185,7 +193,7 @@ void BuildTextLayout(const uint8_t* block, size_t size, LayoutRecord& out, Input
       return;
     }
   }
-  ReadEntry(suites.pix(), found.get(), out);
+  ReadLayoutEntry(suites.pix(), found.get(), out);
 }
 
 VxStatus GetLayoutFromParam(InputRecord* in, OutputRecord* out_record, ParamList* params,

@@ -5,8 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 
+#include <string>
 #include "document/records.h"
+
 #include "vetext/effect.h"
+#include "vetext/suites.h"
 
 namespace KTE {
 class Document;
@@ -36,6 +39,17 @@ VxStatus GetLayoutFromParam(InputRecord* in, OutputRecord* out_record, ParamList
 // traffic). Engine failures pass out as KTE::Error.
 VxStatus StoreLayoutForDocument(const KTE::Document& doc, VxHandle handle, InputRecord* in,
                                 OutputRecord* out_record);
+
+// A layout cache entry: the unsigned 64-bit byte count of the layout text, then the UTF-16 text,
+// in a raw buffer tagged kPixelFormatRaw. ReadLayoutEntry parses one into `out`; false, leaving
+// `out` alone, for a buffer that is not such an entry (the count is never trusted beyond the
+// buffer). Throws as TextToLayout for damaged text.
+bool ReadLayoutEntry(const RPixSuite1* pix, RPixHandle h, LayoutRecord& out);
+// Creates an entry holding `text` and adds it to the cache under `key`; false when a host call
+// fails (nothing is left behind). With `created` the caller receives a reference to the buffer.
+bool AddLayoutEntry(const RPixSuite1* pix, const RPixCreatorSuite3* creator,
+                    const RPixCacheSuite6* cache, const char* key, const std::u16string& text,
+                    RPixHandle* created);
 
 // The process-wide recursive mutex that serialises composition into the cache.
 void LockCompositionMutex();

@@ -18,9 +18,12 @@ VxStatus SequenceSetdown(InputRecord* in, OutputRecord* out);
 VxStatus Dispatch(EffectCommand cmd, InputRecord* in, OutputRecord* out, ParamList* params,
                   OutputLayer* layer, ExtraRecord* extra) noexcept;
 
-// The body of xGPUFilterEntry: enumerates the one GPU filter.
+// The body of xGPUFilterEntry (gpu/filter.cpp): fills the five-function table, enumerates the
+// one GPU filter and starts the GPU driver once per process.
 int32_t GPUFilterEntry(uint32_t host_version, int32_t* index, uint32_t startup, int32_t plugin_id,
                        GPUFilterFunctions* functions, GPUFilterInfo* info) noexcept;
+// The entry's steps without the table: the same index rules, info and driver start.
+int32_t GPUFilterEnumerate(int32_t* index, GPUFilterInfo* info) noexcept;
 
 // The component binding layer between the engine and the host's component runtime: it keeps the
 // runtime's look-up while bound. Procedures the runtime does not offer (null answers) are

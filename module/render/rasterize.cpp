@@ -87,7 +87,10 @@ bool SplitOrigin(const CharacterRecord& c, float ox, float oy, int64_t* ix, int6
   double gx = double(c.mOriginX) + double(ox), gy = double(c.mOriginY) + double(oy);
   if (!std::isfinite(gx) || !std::isfinite(gy) || std::fabs(gx) > 1e8 || std::fabs(gy) > 1e8)
     return false;
-  double qx = std::round(gx * kGlyphPhases), qy = std::round(gy * kGlyphPhases);
+  // Ties round up, not away from zero: a glyph drawn into a window of the buffer (the GPU path's
+  // record images, whose origins may lie left of or above them) then takes the same phase as in
+  // the whole buffer, whatever whole-pixel offset the window has.
+  double qx = std::floor(gx * kGlyphPhases + 0.5), qy = std::floor(gy * kGlyphPhases + 0.5);
   *ix = int64_t(std::floor(qx / kGlyphPhases));
   *iy = int64_t(std::floor(qy / kGlyphPhases));
   *phase_x = int(int64_t(qx) - *ix * kGlyphPhases);

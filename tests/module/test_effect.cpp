@@ -3,15 +3,21 @@
 // loaded and driven by the host.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <set>
 #include <string>
+#include <thread>
 #include <tuple>
+#include <vector>
 
 #include "effect/lifecycle.h"
 #include "engine/kte.h"
 #include "exported_symbols.h"
+#include "gpu/driver.h"
+#include "gpu/filter.h"
+#include "gpu/ksl.h"
 #include "host_helpers.h"
 #include "overlay/events.h"
 #include "vetext/host/host.h"
@@ -215,7 +221,58 @@ TEST(GPUFilterEntry, EnumeratesExactlyOneFilter) {
     EXPECT_EQ(index, after) << startup << " " << asked;
     EXPECT_EQ(fns.create_instance != nullptr && fns.render != nullptr, startup == 1);
     EXPECT_EQ(std::memcmp(&info, &filter, sizeof info) == 0, startup == 1 && status == kGPUOk);
+    // The enumeration-only twin answers the same without touching a table.
+    if (startup == 1) {
+      int32_t twin_index = asked;
+      GPUFilterInfo twin;
+      std::memset(&twin, 0x77, sizeof twin);
+      EXPECT_EQ(vetext::GPUFilterEnumerate(&twin_index, &twin), status);
+      EXPECT_EQ(twin_index, after);
+      EXPECT_EQ(std::memcmp(&info, &twin, sizeof info), 0);
+    }
   }
+}
+
+TEST(GPUFilterEntry, StartsTheDriverOnceAndWorksWithoutOne) {
+  // Entry calls on several threads at once: the guarded start runs exactly once, and on a
+  // machine without a GPU (no primary device) it loads nothing and every call still succeeds.
+  std::vector<std::thread> threads;
+  std::atomic<int> failures{0};
+  for (int i = 0; i < 4; ++i)
+    threads.emplace_back([&] {
+      GPUFilterFunctions fns{};
+      GPUFilterInfo info{};
+      int32_t index = -1;
+      if (vetext::GPUFilterEntry(0, &index, 1, 0, &fns, &info) != kGPUOk) ++failures;
+    });
+  for (auto& t : threads) t.join();
+  EXPECT_EQ(failures.load(), 0);
+  EXPECT_EQ(vetext::DriverInitRuns(), 1);
+  if (!GF::GetPrimaryDevice()) {
+    EXPECT_EQ(vetext::DriverLoadResult(), -1);
+  }
+
+  GPUFilterFunctions fns{};
+  GPUFilterInfo info{};
+  int32_t index = 0;
+  ASSERT_EQ(vetext::GPUFilterEntry(0, &index, 1, 0, &fns, &info), kGPUOk);
+  GPUInstanceRecord rec{};  // no suites: instances are still made and disposed
+  ASSERT_EQ(fns.create_instance(&rec), kGPUOk);
+  EXPECT_NE(rec.private_slot, nullptr);
+  GPURenderParams params{};
+  int32_t query = 0;
+  GPUDependency dep{};
+  // Without suites the render cannot read its document: a null interface, reported as failure.
+  EXPECT_EQ(fns.query_dependency(&rec, &params, &query, &dep), kErrGeneric);
+  EXPECT_EQ(fns.dispose_instance(&rec), kGPUOk);
+  EXPECT_EQ(rec.private_slot, nullptr);
+  EXPECT_EQ(fns.dispose_instance(&rec), kGPUOk);  // twice is harmless
+  EXPECT_STREQ(KSL::NullInterfaceException().what(),
+               "A NULL interface pointer has been dereferenced.");
+
+  // The render quality as the draw's interpolation mode.
+  const int32_t kQuality[][2] = {{-1, -1}, {0, 1}, {1, 2}, {2, 3}, {3, 4}, {4, 5}, {5, 1}, {7, 1}};
+  for (const auto& [quality, mode] : kQuality) EXPECT_EQ(vetext::InterpolationFor(quality), mode);
 }
 
 // ---- the built module ----

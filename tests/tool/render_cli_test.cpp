@@ -102,6 +102,8 @@ TEST_F(RenderCli, BadOptionsAndInputsFailWithAClearMessageAndLoseNothing) {
       {{"overlay", "-o", "keep.mp4"}, 2, "written as .svg or .png"},
       {{"overlay", "--text", " ", "--drag", "inside:1,1"}, 1, "draws no Transform box"},
       {{"render", "--format", "rgba"}, 2, "bad --format 'rgba': expected bgra or vuya"},
+      {{"render", "--gpu", "opencl"}, 2, "bad --gpu 'opencl': expected auto, cpu or cuda"},
+      {{"render", "--gpu", "cpu", "--format", "vuya"}, 2, "--gpu renders 'bgra' frames only"},
       {{"render", "--scale", "500"}, 2, "--scale 500 is out of range (25 to 400)"},
       {{"render", "--hscale", "24"}, 2, "--hscale 24 is out of range (25 to 400)"},
       {{"render", "--opacity", "0=50;1=101"}, 2, "--opacity 101 is out of range"},
@@ -310,6 +312,26 @@ TEST_F(RenderCli, SavedProjectRendersTheIdenticalFrameWithKeysAtBothEndsOfTheRan
   Image c = Render(
       {"--project", "p.vxp", "--frame-size", "320x240", "--time", "1.3", "--text", "New"}, "c.png");
   EXPECT_NE(a.pixels, c.pixels);
+}
+
+TEST_F(RenderCli, GpuPathOnTheCpuDeviceDrawsTheReadmeDemoFrame) {
+  const std::vector<std::string> demo = {
+      "--background", "gradient",        "--duration",
+      "10",           "--fps",           "30",
+      "--text",       "vetext",          "--size",
+      "160",          "--fill",          "#ffd040",
+      "--stroke",     "#202020",         "--stroke-width",
+      "10",           "--position",      "0=400,540;5=1520,540;10=960,300",
+      "--rotation",   "0=0;5=30;10=-15", "--time",
+      "3.5"};
+  std::vector<std::string> gpu = demo;
+  gpu.insert(gpu.end(), {"--gpu", "cpu"});
+  const Image a = Render(demo, "cpu.png"), b = Render(gpu, "gpu.png");
+  ASSERT_EQ(a.width, 1920);
+  EXPECT_GT(Compare(b, Solid(1920, 1080, 0, 0, 0), 0).count, 0);
+  const vetext_test::ToolOutput d =
+      Run({"diff", Path("cpu.png"), Path("gpu.png"), "--tolerance", "1", "--min-within", "99"});
+  EXPECT_EQ(d.rc, 0) << d.out << d.err;
 }
 
 }  // namespace

@@ -142,6 +142,15 @@ int RunDescribe(const DescribeArgs& a) {
       vxcore::AppendToArray(list, o);
     }
     vxcore::AddToObject(root, "params", list);
+    vxcore::VariantPtr devices = vxcore::MakeArray();
+    for (const GF::DevicePtr& d : GF::Devices()) {
+      vxcore::VariantPtr o = vxcore::MakeObject();
+      vxcore::AddToObject(o, "index", V(int64_t(d->Index())));
+      vxcore::AddToObject(o, "kind", V(std::string(d->Kind())));
+      vxcore::AddToObject(o, "name", V(d->Name()));
+      vxcore::AppendToArray(devices, o);
+    }
+    vxcore::AddToObject(root, "gpuDevices", devices);
     const std::string text = vxcore::UTF16ToUTF8(vxcore::GetJSONString(root, true));
     std::printf("%s\n", text.c_str());
     return 0;
@@ -182,6 +191,12 @@ int RunDescribe(const DescribeArgs& a) {
                 Label(p).c_str(), TypeName(p.param_type, false), flags, ui, def.c_str(),
                 valid.c_str(), slider.c_str(), precision.c_str());
   }
+  // The devices `vetext render --gpu` can draw on.
+  std::printf("\nGPU devices%s:\n", m->gpu_entry() ? "" : " (the module has no GPU filter)");
+  for (const GF::DevicePtr& d : GF::Devices())
+    std::printf("  %d  %-5s %s\n", d->Index(), d->Kind(), d->Name().c_str());
+  if (!GF::GetPrimaryDevice())
+    std::printf("  no CUDA device: %s\n", GF::CudaUnavailableReason().c_str());
   return 0;
 }
 

@@ -58,6 +58,7 @@ struct RenderArgs {
   std::string format = "bgra";
   std::string module;
   int threads = 1;
+  std::string gpu;  // "" (the CPU render), "auto", "cpu" or "cuda"
   std::vector<std::string> position, scale, hscale, rotation, opacity, anchor;
   bool no_uniform = false;
   bool keep_partial = false;
@@ -118,8 +119,12 @@ void ApplyTrack(vxhost::Instance& inst, int32_t index, const Track& track) {
 // host frames so that nothing is allocated per frame.
 class FrameRenderer {
  public:
-  FrameRenderer(vxhost::Instance& inst, int32_t w, int32_t h, uint32_t format, int threads)
-      : inst_(inst) {
+  // `gpu_device` >= 0 renders through the GPU path on that device (one frame at a time: the
+  // GPU path keeps one device frame per instance).
+  FrameRenderer(vxhost::Instance& inst, int32_t w, int32_t h, uint32_t format, int threads,
+                int32_t gpu_device = -1)
+      : inst_(inst), gpu_device_(gpu_device) {
+    if (gpu_device >= 0) threads = 1;
     for (int i = 0; i < threads; ++i) slots_.push_back(std::make_unique<Slot>(w, h, format));
   }
   size_t capacity() const { return slots_.size(); }
@@ -135,8 +140,13 @@ class FrameRenderer {
     for (size_t i = 0; i < n; ++i) {
       if (slots_[i]->status != 0) {
         char buf[96];
-        std::snprintf(buf, sizeof buf, "the effect failed at %.3f s with status %d", times[i],
-                      int(slots_[i]->status));
+        if (slots_[i]->status < 0)  // the GPU filter's statuses read best in hex
+          std::snprintf(buf, sizeof buf,
+                        "the effect's GPU filter failed at %.3f s with status 0x%08x", times[i],
+                        unsigned(slots_[i]->status));
+        else
+          std::snprintf(buf, sizeof buf, "the effect failed at %.3f s with status %d", times[i],
+                        int(slots_[i]->status));
         *error = buf;
         const char* msg = inst_.last_output().message;
         if (msg[0] != 0) *error += std::string(": ") + msg;
@@ -158,12 +168,38 @@ class FrameRenderer {
   };
   void RenderOne(Slot& s, Image& image, double time) {
     ImageToFrame(image, s.in);
-    s.status = inst_.Render(time, s.in, s.out);
+    s.status = gpu_device_ >= 0 ? inst_.RenderGPU(time, s.in, s.out, gpu_device_)
+                                : inst_.Render(time, s.in, s.out);
     if (s.status == 0) FrameToImage(s.out, &image);
   }
   vxhost::Instance& inst_;
+  int32_t gpu_device_;
   std::vector<std::unique_ptr<Slot>> slots_;
 };
+
+// The device of `--gpu NAME`: auto (the first GPU, else the cpu device), cpu or cuda.
+bool ResolveGpuDevice(const std::string& name, int32_t* index, std::string* error) {
+  if (name.empty() || name == "auto") {
+    const GF::DevicePtr primary = GF::GetPrimaryDevice();
+    *index = primary ? primary->Index() : 0;
+    return true;
+  }
+  if (name == "cpu") {
+    *index = 0;
+    return true;
+  }
+  if (name == "cuda") {
+    const GF::DevicePtr primary = GF::GetPrimaryDevice();
+    if (!primary) {
+      *error = "--gpu cuda: no CUDA device (" + GF::CudaUnavailableReason() + ")";
+      return false;
+    }
+    *index = primary->Index();
+    return true;
+  }
+  *error = "bad --gpu '" + name + "': expected auto, cpu or cuda";
+  return false;
+}
 
 int RunRender(RenderArgs& a) {
   std::string error;
@@ -179,6 +215,12 @@ int RunRender(RenderArgs& a) {
     return FailOption("bad --format '" + a.format + "': expected bgra or vuya");
   }
   if (a.threads < 1 || a.threads > 64) return FailOption("--threads must be 1 to 64");
+  int32_t gpu_device = -1;
+  if (a.given.count("--gpu")) {
+    if (format != kPixelFormatBGRA) return FailOption("--gpu renders 'bgra' frames only");
+    if (a.overlay) return FailOption("the overlay is drawn over the CPU render; leave out --gpu");
+    if (!ResolveGpuDevice(a.gpu, &gpu_device, &error)) return FailOption(error);
+  }
   if (!(a.fps > 0 && a.fps <= 1000)) return FailOption("--fps must be above 0 and at most 1000");
   if (!(a.duration > 0 && a.duration <= 86400))
     return FailOption("--duration must be above 0 and at most 86400 s");
@@ -373,7 +415,7 @@ int RunRender(RenderArgs& a) {
     } else {
       frame = still;
     }
-    FrameRenderer renderer(*inst, width, height, format, 1);
+    FrameRenderer renderer(*inst, width, height, format, 1, gpu_device);
     std::vector<Image> batch{std::move(frame)};
     if (!renderer.Render(batch, {t}, &error)) return Fail(error);
     if (a.overlay) {
@@ -389,7 +431,7 @@ int RunRender(RenderArgs& a) {
   // stops at the next batch; the destination stays as it was unless --keep-partial asks for
   // the frames so far.
   InterruptScope interrupt;
-  FrameRenderer renderer(*inst, width, height, format, a.threads);
+  FrameRenderer renderer(*inst, width, height, format, a.threads, gpu_device);
   ProgressBar progress(total, ProgressBar::StderrIsTerminal());
   int64_t done = 0;
   bool end = false;
@@ -517,6 +559,11 @@ void AddCommand(CLI::App& app, bool overlay) {
   sub->add_option("--threads", args->threads, "Frames rendered at once")
       ->capture_default_str()
       ->group(media);
+  if (!overlay)
+    sub->add_option("--gpu", args->gpu,
+                    "Render through the effect's GPU path on a device: auto (a GPU when there is "
+                    "one, else the cpu device), cpu or cuda; 'bgra' frames, one at a time")
+        ->expected(0, 1);
   sub->add_option("--module", args->module, "The effect module to load (default: the built one)")
       ->group(media);
   sub->add_flag("--keep-partial", args->keep_partial,

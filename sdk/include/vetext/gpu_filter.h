@@ -49,6 +49,14 @@ typedef struct GPURenderParams {
   int32_t quality;
   float downsample_x;
   float downsample_y;
+  /* The frame the text lands on, the same for the three calls of one frame (a record is drawn
+   * for the frame it is shown on): its size in pixels, whether its rows are stored bottom-up
+   * (the effect's sign rules depend on it), its pixel aspect. */
+  int32_t frame_width;
+  int32_t frame_height;
+  int32_t frame_bottom_up;
+  int32_t par_num;
+  int32_t par_den;
 } GPURenderParams;
 
 typedef struct GPUDependency {

@@ -20,6 +20,7 @@
 
 #include "vetext/effect.h"
 #include "vetext/gpu_filter.h"
+#include "vetext/gpu_foundation.h"
 #include "vetext/suites.h"
 
 namespace vxhost {
@@ -141,6 +142,48 @@ struct DrawnPath {
 // alpha as opacity), for embedding in an SVG document of the viewer's size.
 std::string DrawnPathsToSvg(const std::vector<DrawnPath>& paths);
 
+// A frame in a GPU device's memory ('bgra'), top row first or bottom-up like a Frame. Owned;
+// moves but does not copy. Its handle is what the GPU filter receives as a frame.
+class DeviceFrame {
+ public:
+  DeviceFrame() = default;  // no memory: ok() is false
+  // Allocates width x height pixels on `device`; ok() is false when that fails.
+  DeviceFrame(GF::DevicePtr device, int32_t width, int32_t height, bool bottom_up,
+              int32_t par_num = 1, int32_t par_den = 1);
+  ~DeviceFrame();
+  DeviceFrame(DeviceFrame&& other) noexcept;
+  DeviceFrame& operator=(DeviceFrame&& other) noexcept;
+  DeviceFrame(const DeviceFrame&) = delete;
+  DeviceFrame& operator=(const DeviceFrame&) = delete;
+  bool ok() const { return memory_ != nullptr; }
+  int32_t width() const { return width_; }
+  int32_t height() const { return height_; }
+  bool bottom_up() const { return bottom_up_; }
+  void* top_row() const;
+  int64_t pitch() const;  // negative for bottom-up
+  const GF::DevicePtr& device() const { return device_; }
+  GPUFrameHandle handle() const { return handle_; }
+  // Copies a frame of the same size in or out, in visual row order. 0 or a GF status (a frame
+  // of another size or format: kGFErrArgument).
+  int32_t Upload(const Frame& from);
+  int32_t Download(Frame& to) const;
+
+ private:
+  void Reset();
+  GF::DevicePtr device_;
+  void* memory_ = nullptr;
+  int32_t width_ = 0, height_ = 0;
+  bool bottom_up_ = false;
+  GPUFrameHandle handle_ = nullptr;
+};
+
+// Where the time of one GPU frame went (milliseconds), for the benchmarks.
+struct GPUFrameStats {
+  double upload_ms = 0, precompute_ms = 0, render_ms = 0, download_ms = 0;
+  int32_t records = 0;      // dependencies the filter asked for
+  int32_t precomputed = 0;  // of those, images made on this frame (the rest were kept)
+};
+
 class Host;
 class Instance;
 
@@ -216,6 +259,18 @@ class Instance {
   // Command 11 on the CPU: `out` receives the input plus the effect. `out` must have the size
   // and pixel format of `in` (else kStatusBadCallbackParam, nothing sent).
   VxStatus Render(double time, const Frame& in, Frame& out, const RenderOptions& options = {});
+  // The GPU path: the module's GPU filter draws the text into `frame` in place, on the frame's
+  // device: dependencies, precomputed record images (kept by the host between frames while the
+  // parameters at the frame's time are unchanged, so an unchanged text is not rasterised
+  // again), then the filter's render. Returns 0 or the filter's negative status;
+  // kErrUnsupported when the module has no GPU filter. Not for concurrent calls on one
+  // instance.
+  int32_t RenderGPU(double time, DeviceFrame& frame, const RenderOptions& options = {},
+                    GPUFrameStats* stats = nullptr);
+  // Upload, RenderGPU on device `device_index` (GF::GetDevice), download. `out` must have the
+  // size and pixel format ('bgra') of `in`, else kStatusBadCallbackParam.
+  int32_t RenderGPU(double time, const Frame& in, Frame& out, int32_t device_index,
+                    const RenderOptions& options = {}, GPUFrameStats* stats = nullptr);
   // Any command with an extra record (13, 14, 15, 22), parameters at `time`.
   VxStatus Command(EffectCommand cmd, ExtraRecord* extra, double time = 0);
   // Command 15 in the program viewer (window type 0 unless given): fills the context and the

@@ -1,0 +1,168 @@
+// The device list and the cpu device.
+//
+// The cpu device is the GPU path without a GPU: its memory is host memory and its Motion is the
+// CPU compositor's own arithmetic (reduce by the factors the scale asks for, then resample or copy
+// whole pixels), so a frame drawn through the GPU path on it is what the CPU render would draw
+// from the same images.
+#include "gpu_foundation/devices.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <new>
+#include <thread>
+
+#include "vetext/vxcore.h"
+
+namespace gf {
+
+int32_t CheckMotionArgs(const GF::MotionArgs& a) {
+  if (a.format != kIRFormatBGRA8 && a.format != kIRFormatVUYA8) return GF::kGFErrFormat;
+  if (a.src == nullptr || a.dst == nullptr || a.src_width < 1 || a.src_height < 1 ||
+      a.dst_width < 1 || a.dst_height < 1 || std::llabs(a.src_pitch) < int64_t(a.src_width) * 4 ||
+      std::llabs(a.dst_pitch) < int64_t(a.dst_width) * 4)
+    return GF::kGFErrArgument;
+  for (float v : {a.dst_point.x, a.dst_point.y, a.src_point.x, a.src_point.y, a.scale.x, a.scale.y,
+                  a.opacity})
+    if (!std::isfinite(v)) return GF::kGFErrArgument;
+  if (!std::isfinite(a.rotation_deg)) return GF::kGFErrArgument;
+  if (a.shift_steps < 0 || (a.shift_steps > 0 && (a.shift_x < 0 || a.shift_x >= a.shift_steps ||
+                                                  a.shift_y < 0 || a.shift_y >= a.shift_steps)))
+    return GF::kGFErrArgument;
+  return GF::kGFOk;
+}
+
+void CopyRows(void* dst, int64_t dst_pitch, const void* src, int64_t src_pitch, int64_t row_bytes,
+              int32_t rows) {
+  auto* d = static_cast<uint8_t*>(dst);
+  const auto* s = static_cast<const uint8_t*>(src);
+  if (dst_pitch == row_bytes && src_pitch == row_bytes) {
+    std::memcpy(d, s, size_t(row_bytes) * size_t(rows));
+    return;
+  }
+  for (int32_t y = 0; y < rows; ++y, d += dst_pitch, s += src_pitch)
+    std::memcpy(d, s, size_t(row_bytes));
+}
+
+namespace {
+
+bool CopyArgsOk(const void* dst, int64_t dst_pitch, const void* src, int64_t src_pitch,
+                int64_t row_bytes, int32_t rows) {
+  return dst != nullptr && src != nullptr && row_bytes > 0 && rows > 0 &&
+         std::llabs(dst_pitch) >= row_bytes && std::llabs(src_pitch) >= row_bytes;
+}
+
+class CpuDevice final : public GF::Device {
+ public:
+  const char* Kind() const override { return "cpu"; }
+  std::string Name() const override {
+    return "the host's processor (" + std::to_string(std::thread::hardware_concurrency()) +
+           " threads): device memory is host memory";
+  }
+  int32_t Index() const override { return 0; }
+  int32_t Allocate(uint64_t bytes, void** out) override {
+    if (out == nullptr || bytes == 0) return GF::kGFErrArgument;
+    // Whole cache lines, so that rows copied by several threads do not share one.
+    *out = std::aligned_alloc(64, size_t((bytes + 63) / 64 * 64));
+    return *out != nullptr ? GF::kGFOk : GF::kGFErrOutOfMemory;
+  }
+  int32_t Free(void* memory) override {
+    std::free(memory);
+    return GF::kGFOk;
+  }
+  int32_t Upload(void* dst, int64_t dst_pitch, const void* src, int64_t src_pitch,
+                 int64_t row_bytes, int32_t rows) override {
+    return Copy(dst, dst_pitch, src, src_pitch, row_bytes, rows);
+  }
+  int32_t Download(void* dst, int64_t dst_pitch, const void* src, int64_t src_pitch,
+                   int64_t row_bytes, int32_t rows) override {
+    return Copy(dst, dst_pitch, src, src_pitch, row_bytes, rows);
+  }
+  int32_t Copy(void* dst, int64_t dst_pitch, const void* src, int64_t src_pitch, int64_t row_bytes,
+               int32_t rows) override {
+    if (!CopyArgsOk(dst, dst_pitch, src, src_pitch, row_bytes, rows)) return GF::kGFErrArgument;
+    CopyRows(dst, dst_pitch, src, src_pitch, row_bytes, rows);
+    return GF::kGFOk;
+  }
+  int32_t Motion(const GF::MotionArgs& a) override {
+    if (const int32_t st = CheckMotionArgs(a); st != GF::kGFOk) return st;
+    int32_t fx = 1, fy = 1;
+    IR_PrefilterFactors(a.scale, &fx, &fy);
+    const uint64_t bytes = IR_PrefilterSize(a.src_width, a.src_height, fx, fy);
+    if (bytes == 0 || a.src_pitch > INT32_MAX || a.src_pitch < -INT32_MAX ||
+        a.dst_pitch > INT32_MAX || a.dst_pitch < -INT32_MAX)
+      return GF::kGFErrArgument;
+    try {
+      vxcore::RecycledMemory reduced{size_t(bytes)};
+      IR_Prefiltered pf;
+      if (IR_Prefilter(a.src, int32_t(a.src_pitch), a.src_width, a.src_height, fx, fy,
+                       reduced.data(), bytes, &pf) != 0)
+        return GF::kGFErrArgument;
+      std::vector<int32_t> spans(size_t(pf.height) * 2);
+      IR_PrefilterSpans(&pf, spans.data());
+      pf.row_spans = spans.data();
+      pf.shift_steps = a.shift_steps;
+      pf.shift_x = a.shift_x;
+      pf.shift_y = a.shift_y;
+      return IR_MotionPrefiltered(&pf, a.format, a.dst, int32_t(a.dst_pitch), a.dst_width,
+                                  a.dst_height, a.dst_point, a.src_point, a.scale, a.rotation_deg,
+                                  a.opacity) == 0
+                 ? GF::kGFOk
+                 : GF::kGFErrArgument;
+    } catch (const std::bad_alloc&) {
+      return GF::kGFErrOutOfMemory;
+    }
+  }
+  std::string LastError() const override { return ""; }
+};
+
+struct Registry {
+  std::vector<GF::DevicePtr> devices;
+  std::string cuda_reason;
+};
+
+const Registry& TheRegistry() {
+  static const Registry* registry = [] {
+    auto* r = new Registry;  // lives as long as the process: devices outlive every caller
+    r->devices.push_back(MakeCpuDevice());
+    for (GF::DevicePtr& d : MakeCudaDevices(1, &r->cuda_reason)) r->devices.push_back(d);
+    return r;
+  }();
+  return *registry;
+}
+
+}  // namespace
+
+GF::DevicePtr MakeCpuDevice() {
+  return GF::DevicePtr(new CpuDevice);
+}
+
+}  // namespace gf
+
+namespace GF {
+
+DevicePtr GetPrimaryDevice() {
+  const auto& devices = gf::TheRegistry().devices;
+  return devices.size() > 1 ? devices[1] : DevicePtr();
+}
+
+DevicePtr GetDevice(int32_t index) {
+  const auto& devices = gf::TheRegistry().devices;
+  return index >= 0 && size_t(index) < devices.size() ? devices[size_t(index)] : DevicePtr();
+}
+
+std::vector<DevicePtr> Devices() {
+  return gf::TheRegistry().devices;
+}
+
+std::string CudaUnavailableReason() {
+  return gf::TheRegistry().cuda_reason;
+}
+
+int32_t Motion(const DevicePtr& device, const MotionArgs& args) {
+  return device ? device->Motion(args) : kGFErrArgument;
+}
+
+}  // namespace GF
