@@ -3,7 +3,9 @@
 // dependencies, the layout entry two instances share, and the images kept between frames.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
+#include <thread>
 
 #include "document/document_json.h"
 #include "gpu/filter.h"
@@ -187,6 +189,34 @@ TEST_F(GpuPath, InstancesShareTheLayoutAndFramesKeepTheirImages) {
   Set(kParamRotation, 45);
   ASSERT_EQ(inst_->RenderGPU(0.08, in, out, 0, {}, &s), 0);
   EXPECT_EQ(s.precomputed, 6);
+}
+
+TEST_F(GpuPath, ConcurrentInstancesDrawTheSameFrames) {
+  // Instances on several threads share the layout entry, its kept parse and the kept images'
+  // cache, while a small frame cache evicts the layout now and then.
+  host_.cache().SetBudget(64 << 10);
+  const Frame in = Background(160, 90, true);
+  std::vector<std::unique_ptr<vxhost::Instance>> insts;
+  std::vector<Frame> outs(3, Frame(160, 90));
+  for (int i = 0; i < 3; ++i) {
+    insts.push_back(module_->CreateInstance());
+    SetDoc(*insts.back(), Document(i == 2 ? u"Other" : u"Same", 30));
+  }
+  Frame want_same(160, 90), want_other(160, 90);
+  ASSERT_EQ(insts[0]->RenderGPU(0, in, want_same, 0), 0);
+  ASSERT_EQ(insts[2]->RenderGPU(0, in, want_other, 0), 0);
+  std::vector<std::thread> threads;
+  std::atomic<int> failures{0};
+  for (int i = 0; i < 3; ++i)
+    threads.emplace_back([&, i] {
+      for (int f = 0; f < 8; ++f)
+        if (insts[size_t(i)]->RenderGPU(f * 0.04, in, outs[size_t(i)], 0) != 0) ++failures;
+    });
+  for (auto& t : threads) t.join();
+  EXPECT_EQ(failures.load(), 0);
+  EXPECT_EQ(ToBuffer(outs[0]).px, ToBuffer(want_same).px);
+  EXPECT_EQ(ToBuffer(outs[1]).px, ToBuffer(want_same).px);
+  EXPECT_EQ(ToBuffer(outs[2]).px, ToBuffer(want_other).px);
 }
 
 }  // namespace
