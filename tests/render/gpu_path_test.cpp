@@ -79,6 +79,7 @@ TEST_F(GpuPath, DrawsWhatTheCpuRenderDraws) {
     bool bottom_up = true;
     VxRational downsample{1, 1};
     float stroke = 0;
+    VxRational par{1, 1};
   };
   const Row rows[] = {
       {"upright", {}},
@@ -93,6 +94,7 @@ TEST_F(GpuPath, DrawsWhatTheCpuRenderDraws) {
        {{kParamAnchorPoint, 120, 90}, {kParamRotation, -20, 0}, {kParamScale, 120, 0}}},
       {"stroked", {{kParamPosition, 333.3, 180.6}}, true, {1, 1}, 6},
       {"half resolution", {{kParamRotation, 10, 0}}, true, {1, 2}},
+      {"wide pixels", {{kParamRotation, 15, 0}}, true, {1, 1}, 0, {4, 3}},
       // A top-down frame: y runs the other way in the effect's sign rules.
       {"top-down", {{kParamRotation, 30, 0}, {kParamPosition, 250, -150}}, false},
       {"top-down upright", {{kParamPosition, 250.4, -150.7}}, false},
@@ -107,6 +109,7 @@ TEST_F(GpuPath, DrawsWhatTheCpuRenderDraws) {
       for (const auto& [index, x, y] : row.params) Set(int32_t(index), x, y);
       vxhost::RenderOptions options;
       options.downsample_x = options.downsample_y = row.downsample;
+      options.pixel_aspect = row.par;
       const int32_t w = 640 * row.downsample.num / int32_t(row.downsample.den);
       const int32_t h = 360 * row.downsample.num / int32_t(row.downsample.den);
       const Frame in = Background(w, h, row.bottom_up);
