@@ -6,8 +6,10 @@
 #include "document/layout_cache.h"
 
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "document/layout_json.h"
@@ -84,11 +86,61 @@ class PixRef {
   RPixHandle h_ = nullptr;
 };
 
+// The parses of the entries, kept beside them: read-only, shared by every caller, and dropped
+// once the host's cache no longer holds their entry (checked for all of them when there are
+// more than kKeptParses, and for one whenever its key misses).
+constexpr size_t kKeptParses = 64;
+
+class KeptParses {
+ public:
+  std::shared_ptr<const LayoutRecord> Find(const std::string& key) {
+    std::lock_guard lock(mutex_);
+    auto it = parses_.find(key);
+    return it == parses_.end() ? nullptr : it->second;
+  }
+  void Drop(const std::string& key) {
+    std::lock_guard lock(mutex_);
+    parses_.erase(key);
+  }
+  void Keep(const std::string& key, std::shared_ptr<const LayoutRecord> layout,
+            const RPixSuite1* pix, const RPixCacheSuite6* cache) {
+    std::lock_guard lock(mutex_);
+    if (parses_.size() >= kKeptParses) {
+      for (auto it = parses_.begin(); it != parses_.end();) {
+        RPixHandle h = nullptr;
+        const bool held = cache->lookup(it->first.c_str(), &h) >= 0 && h != nullptr;
+        if (h != nullptr) pix->dispose(h);
+        it = held ? std::next(it) : parses_.erase(it);
+      }
+      if (parses_.size() >= kKeptParses) parses_.clear();  // all held: start over
+    }
+    parses_[key] = std::move(layout);
+  }
+
+ private:
+  std::mutex mutex_;
+  std::unordered_map<std::string, std::shared_ptr<const LayoutRecord>> parses_;
+};
+
+KeptParses& Parses() {
+  static KeptParses* parses = new KeptParses;  // outlives every caller, never destroyed
+  return *parses;
+}
+
 bool AddEntry(const CacheSuites& s, const char* key, const std::u16string& text) {
   return AddLayoutEntry(s.pix(), s.creator(), s.cache(), key, text, nullptr);
 }
 
 }  // namespace
+
+std::shared_ptr<const LayoutRecord> KeptLayout(const RPixSuite1* pix, const RPixCacheSuite6* cache,
+                                               const char* key, RPixHandle h) {
+  if (std::shared_ptr<const LayoutRecord> kept = Parses().Find(key)) return kept;
+  auto layout = std::make_shared<LayoutRecord>();
+  if (!ReadLayoutEntry(pix, h, *layout)) return nullptr;
+  Parses().Keep(key, layout, pix, cache);
+  return layout;
+}
 
 bool ReadLayoutEntry(const RPixSuite1* pix, RPixHandle h, LayoutRecord& out) {
   uint32_t format = 0;
@@ -177,6 +229,7 @@ void BuildTextLayout(const uint8_t* block, size_t size, LayoutRecord& out, Input
   PixRef found(suites.pix());
   if (suites.cache()->lookup(key, found.slot()) < 0) found.reset();
   if (found.get() == nullptr) {
+    Parses().Drop(key);  // the host let the entry go (or never had it): so does its parse
     std::lock_guard<vxcore::RecursiveMutex> lock(g_composition_mutex);
     if (suites.cache()->lookup(key, found.slot()) < 0) found.reset();
     if (found.get() == nullptr) {
@@ -193,7 +246,9 @@ void BuildTextLayout(const uint8_t* block, size_t size, LayoutRecord& out, Input
       return;
     }
   }
-  ReadLayoutEntry(suites.pix(), found.get(), out);
+  if (std::shared_ptr<const LayoutRecord> kept =
+          KeptLayout(suites.pix(), suites.cache(), key, found.get()))
+    out = *kept;
 }
 
 VxStatus GetLayoutFromParam(InputRecord* in, OutputRecord* out_record, ParamList* params,

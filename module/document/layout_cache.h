@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include <memory>
 #include <string>
 #include "document/records.h"
 
@@ -45,6 +46,11 @@ VxStatus StoreLayoutForDocument(const KTE::Document& doc, VxHandle handle, Input
 // `out` alone, for a buffer that is not such an entry (the count is never trusted beyond the
 // buffer). Throws as TextToLayout for damaged text.
 bool ReadLayoutEntry(const RPixSuite1* pix, RPixHandle h, LayoutRecord& out);
+// The parse of the entry `h` found under `key`, kept beside it for later calls (shared, never
+// modified; dropped when a lookup of the key misses or the host no longer holds the entry).
+// Null when `h` is not such an entry.
+std::shared_ptr<const LayoutRecord> KeptLayout(const RPixSuite1* pix, const RPixCacheSuite6* cache,
+                                               const char* key, RPixHandle h);
 // Creates an entry holding `text` and adds it to the cache under `key`; false when a host call
 // fails (nothing is left behind). With `created` the caller receives a reference to the buffer.
 bool AddLayoutEntry(const RPixSuite1* pix, const RPixCreatorSuite3* creator,

@@ -4,15 +4,10 @@
 // records whichever thread composed them.
 //
 // A frame asks for the layout three times (dependencies, each record's precompute, the draw),
-// and every frame of an unchanged document asks again. Parsing the layout text each time would
-// cost a good part of a composition for a long text, so the parse of each entry is kept beside
-// it: shared, read-only, and dropped once the host's cache no longer holds the entry (checked
-// on every use of the key, and for all kept parses when there are more than kKeptParses).
+// and every frame of an unchanged document asks again: the entry's parse is kept beside it
+// (KeptLayout), so an unchanged document costs a key and a lookup, not a parse.
 #include <cmath>
 #include <limits>
-#include <mutex>
-#include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "document/layout_cache.h"
@@ -25,42 +20,6 @@
 
 namespace vetext {
 namespace {
-
-constexpr size_t kKeptParses = 64;
-
-class KeptParses {
- public:
-  std::shared_ptr<const LayoutRecord> Find(const std::string& key) {
-    std::lock_guard lock(mutex_);
-    auto it = parses_.find(key);
-    return it == parses_.end() ? nullptr : it->second;
-  }
-  void Drop(const std::string& key) {
-    std::lock_guard lock(mutex_);
-    parses_.erase(key);
-  }
-  // Keeps `layout` under `key`; beyond kKeptParses first drops the parses whose entries the
-  // host has let go (`held` says whether it still has a key).
-  template <typename Held>
-  void Keep(const std::string& key, std::shared_ptr<const LayoutRecord> layout, Held&& held) {
-    std::lock_guard lock(mutex_);
-    if (parses_.size() >= kKeptParses) {
-      for (auto it = parses_.begin(); it != parses_.end();)
-        it = held(it->first) ? std::next(it) : parses_.erase(it);
-      if (parses_.size() >= kKeptParses) parses_.clear();  // all held: start over
-    }
-    parses_[key] = std::move(layout);
-  }
-
- private:
-  std::mutex mutex_;
-  std::unordered_map<std::string, std::shared_ptr<const LayoutRecord>> parses_;
-};
-
-KeptParses& Parses() {
-  static KeptParses* parses = new KeptParses;  // outlives every instance, never destroyed
-  return *parses;
-}
 
 // One reference to a host buffer, disposed when it goes.
 class Ref {
@@ -116,7 +75,6 @@ int32_t VEFilterTextGPU::GetLayoutRecords(const GPURenderParams* params,
 
   Ref found(pix);
   if (!Lookup(cache, key, &found)) {
-    Parses().Drop(key);  // the host let the entry go (or never had it): so does the parse
     // Double-checked under the composition mutex, so one document is laid out once however
     // many threads ask at the same moment.
     struct CompositionLock {
@@ -131,16 +89,8 @@ int32_t VEFilterTextGPU::GetLayoutRecords(const GPURenderParams* params,
         return kErrCacheBuild;
     }
   }
-  if (std::shared_ptr<const LayoutRecord> kept = Parses().Find(key)) {
-    *out = std::move(kept);
-    return kGPUOk;
-  }
-  auto layout = std::make_shared<LayoutRecord>();
-  if (!ReadLayoutEntry(pix, found.get(), *layout)) return kErrCacheBuild;
-  Parses().Keep(key, layout, [&](const std::string& k) {
-    Ref held(pix);
-    return Lookup(cache, k.c_str(), &held);
-  });
+  std::shared_ptr<const LayoutRecord> layout = KeptLayout(pix, cache, key, found.get());
+  if (!layout) return kErrCacheBuild;
   *out = std::move(layout);
   return kGPUOk;
 }
