@@ -10,9 +10,12 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <list>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <thread>
+#include <unordered_map>
 
 #include "vetext/vxcore.h"
 
@@ -65,10 +68,23 @@ class CpuDevice final : public GF::Device {
   int32_t Allocate(uint64_t bytes, void** out) override {
     if (out == nullptr || bytes == 0) return GF::kGFErrArgument;
     // Whole cache lines, so that rows copied by several threads do not share one.
-    *out = std::aligned_alloc(64, size_t((bytes + 63) / 64 * 64));
-    return *out != nullptr ? GF::kGFOk : GF::kGFErrOutOfMemory;
+    const size_t size = size_t((bytes + 63) / 64 * 64);
+    *out = std::aligned_alloc(64, size);
+    if (*out == nullptr) return GF::kGFErrOutOfMemory;
+    std::lock_guard lock(mutex_);
+    sizes_[*out] = size;
+    return GF::kGFOk;
   }
   int32_t Free(void* memory) override {
+    if (memory == nullptr) return GF::kGFOk;
+    {
+      std::lock_guard lock(mutex_);
+      auto it = sizes_.find(memory);
+      if (it != sizes_.end()) {
+        ForgetLocked(static_cast<uint8_t*>(memory), static_cast<uint8_t*>(memory) + it->second);
+        sizes_.erase(it);
+      }
+    }
     std::free(memory);
     return GF::kGFOk;
   }
@@ -78,34 +94,30 @@ class CpuDevice final : public GF::Device {
   }
   int32_t Download(void* dst, int64_t dst_pitch, const void* src, int64_t src_pitch,
                    int64_t row_bytes, int32_t rows) override {
-    return Copy(dst, dst_pitch, src, src_pitch, row_bytes, rows);
+    if (!CopyArgsOk(dst, dst_pitch, src, src_pitch, row_bytes, rows)) return GF::kGFErrArgument;
+    CopyRows(dst, dst_pitch, src, src_pitch, row_bytes, rows);  // host memory: nothing to forget
+    return GF::kGFOk;
   }
   int32_t Copy(void* dst, int64_t dst_pitch, const void* src, int64_t src_pitch, int64_t row_bytes,
                int32_t rows) override {
     if (!CopyArgsOk(dst, dst_pitch, src, src_pitch, row_bytes, rows)) return GF::kGFErrArgument;
+    Forget(dst, dst_pitch, row_bytes, rows);
     CopyRows(dst, dst_pitch, src, src_pitch, row_bytes, rows);
     return GF::kGFOk;
   }
   int32_t Motion(const GF::MotionArgs& a) override {
     if (const int32_t st = CheckMotionArgs(a); st != GF::kGFOk) return st;
-    int32_t fx = 1, fy = 1;
-    IR_PrefilterFactors(a.scale, &fx, &fy);
-    const uint64_t bytes = IR_PrefilterSize(a.src_width, a.src_height, fx, fy);
-    if (bytes == 0 || a.src_pitch > INT32_MAX || a.src_pitch < -INT32_MAX ||
-        a.dst_pitch > INT32_MAX || a.dst_pitch < -INT32_MAX)
+    if (a.src_pitch > INT32_MAX || a.src_pitch < -INT32_MAX || a.dst_pitch > INT32_MAX ||
+        a.dst_pitch < -INT32_MAX)
       return GF::kGFErrArgument;
     try {
-      vxcore::RecycledMemory reduced{size_t(bytes)};
-      IR_Prefiltered pf;
-      if (IR_Prefilter(a.src, int32_t(a.src_pitch), a.src_width, a.src_height, fx, fy,
-                       reduced.data(), bytes, &pf) != 0)
-        return GF::kGFErrArgument;
-      std::vector<int32_t> spans(size_t(pf.height) * 2);
-      IR_PrefilterSpans(&pf, spans.data());
-      pf.row_spans = spans.data();
+      std::shared_ptr<const Reduction> r = ReductionOf(a);
+      if (!r) return GF::kGFErrArgument;
+      IR_Prefiltered pf = r->pf;
       pf.shift_steps = a.shift_steps;
       pf.shift_x = a.shift_x;
       pf.shift_y = a.shift_y;
+      Forget(a.dst, a.dst_pitch, int64_t(a.dst_width) * 4, a.dst_height);
       return IR_MotionPrefiltered(&pf, a.format, a.dst, int32_t(a.dst_pitch), a.dst_width,
                                   a.dst_height, a.dst_point, a.src_point, a.scale, a.rotation_deg,
                                   a.opacity) == 0
@@ -116,6 +128,81 @@ class CpuDevice final : public GF::Device {
     }
   }
   std::string LastError() const override { return ""; }
+
+ private:
+  // A source's reduction for one pair of factors, with its row spans. Kept from one Motion to
+  // the next: the images a host draws on every frame (its kept precomputes) are then reduced
+  // once, as a GPU keeps them in its own memory. Device memory changes only through this
+  // device's calls, and each forgets the reductions of the bytes it overwrites.
+  struct Reduction {
+    const uint8_t *lo, *hi;  // the source's bytes
+    const void* src;
+    int64_t pitch;
+    int32_t width, height, fx, fy;
+    std::vector<uint8_t> image;
+    std::vector<int32_t> spans;
+    IR_Prefiltered pf;
+  };
+  static constexpr uint64_t kKeptBytes = 64ull << 20;
+
+  std::shared_ptr<const Reduction> ReductionOf(const GF::MotionArgs& a) {
+    int32_t fx = 1, fy = 1;
+    IR_PrefilterFactors(a.scale, &fx, &fy);
+    {
+      std::lock_guard lock(mutex_);
+      for (const auto& r : kept_)
+        if (r->src == a.src && r->pitch == a.src_pitch && r->width == a.src_width &&
+            r->height == a.src_height && r->fx == fx && r->fy == fy)
+          return r;
+    }
+    const uint64_t bytes = IR_PrefilterSize(a.src_width, a.src_height, fx, fy);
+    if (bytes == 0) return nullptr;
+    auto r = std::make_shared<Reduction>();
+    const auto* top = static_cast<const uint8_t*>(a.src);
+    const uint8_t* last = top + a.src_pitch * (a.src_height - 1);
+    r->lo = std::min(top, last);
+    r->hi = std::max(top, last) + int64_t(a.src_width) * 4;
+    r->src = a.src;
+    r->pitch = a.src_pitch;
+    r->width = a.src_width, r->height = a.src_height, r->fx = fx, r->fy = fy;
+    r->image.resize(size_t(bytes));
+    if (IR_Prefilter(a.src, int32_t(a.src_pitch), a.src_width, a.src_height, fx, fy,
+                     r->image.data(), bytes, &r->pf) != 0)
+      return nullptr;
+    r->spans.resize(size_t(r->pf.height) * 2);
+    IR_PrefilterSpans(&r->pf, r->spans.data());
+    r->pf.row_spans = r->spans.data();
+    std::lock_guard lock(mutex_);
+    kept_bytes_ += bytes;
+    kept_.push_front(r);
+    while (kept_bytes_ > kKeptBytes && kept_.size() > 1) {
+      kept_bytes_ -= kept_.back()->image.size();
+      kept_.pop_back();
+    }
+    return r;
+  }
+
+  void Forget(const void* dst, int64_t pitch, int64_t row_bytes, int32_t rows) {
+    const auto* top = static_cast<const uint8_t*>(dst);
+    const uint8_t* last = top + pitch * (rows - 1);
+    std::lock_guard lock(mutex_);
+    ForgetLocked(std::min(top, last), std::max(top, last) + row_bytes);
+  }
+  void ForgetLocked(const uint8_t* lo, const uint8_t* hi) {
+    for (auto it = kept_.begin(); it != kept_.end();) {
+      if ((*it)->lo < hi && lo < (*it)->hi) {
+        kept_bytes_ -= (*it)->image.size();
+        it = kept_.erase(it);
+      } else {
+        ++it;
+      }
+    }
+  }
+
+  std::mutex mutex_;
+  std::unordered_map<void*, size_t> sizes_;
+  std::list<std::shared_ptr<const Reduction>> kept_;  // most recent first
+  uint64_t kept_bytes_ = 0;
 };
 
 struct Registry {

@@ -129,6 +129,23 @@ TEST(GPUFoundation, MotionDrawsWhatTheCompositorDraws) {
       }
       EXPECT_LE(worst, std::string(d->Kind()) == "cpu" ? 0 : 4);
       EXPECT_LE(off, got.bytes.size() / 100);
+      // New pixels in the same device memory: a reduction kept from the first draw must not
+      // stand in for them.
+      Pixels other = Source(120, 64, r.src_bu);
+      for (uint8_t& b : other.bytes) b = uint8_t(b / 2);
+      Pixels want2 = Backdrop(64, 40, r.dst_bu), got2 = want2;
+      ASSERT_EQ(d->Upload(s.top(), s.pitch(), other.top(), other.pitch(), 4 * 120, 64), 0);
+      ASSERT_EQ(d->Upload(t.top(), t.pitch(), got2.top(), got2.pitch(), 4 * 64, 40), 0);
+      ASSERT_EQ(GF::Motion(d, a), GF::kGFOk);
+      t.Into(got2);
+      ASSERT_EQ(IR_Motion(other.top(), int32_t(other.pitch()), 120, 64, kIRFormatBGRA8, 0, nullptr,
+                          want2.top(), int32_t(want2.pitch()), 64, 40, kIRFormatBGRA8, 0, 1, 1,
+                          r.dst, r.src, r.scale, r.rot, r.opacity, true, 0, false, 0, 4, true),
+                0);
+      int worst2 = 0;
+      for (size_t i = 0; i < got2.bytes.size(); ++i)
+        worst2 = std::max(worst2, std::abs(int(got2.bytes[i]) - int(want2.bytes[i])));
+      EXPECT_LE(worst2, std::string(d->Kind()) == "cpu" ? 0 : 4);
     }
 }
 
