@@ -22,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "../common/bench_texts.h"
 #include "document/document_json.h"
 #include "params/params.h"
 #include "vetext/host/host.h"
@@ -30,11 +31,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-const char* kParagraph =
-    "Night trains carry letters across the valley while the river keeps its own slow time. "
-    "Lamps along the platform flicker on one by one, and a porter counts the crates twice "
-    "before he signs. Somewhere a radio plays an old waltz, and the last passengers fold their "
-    "coats and settle in for the long ride north.";
+using vetext_bench::kParagraph;
 
 struct Scenario {
   const char* kind;  // "title", "counter", "paragraph"

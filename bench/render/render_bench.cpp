@@ -28,6 +28,7 @@
 
 #include <unistd.h>
 
+#include "../common/bench_texts.h"
 #include "document/document_json.h"
 #include "document/records.h"
 #include "vetext/host/host.h"
@@ -48,11 +49,7 @@ constexpr const char* kFontFile =
     "/usr/share/fonts/truetype/liberation2/LiberationSans-Regular.ttf";
 constexpr double kFps = 25.0;
 
-const char* kParagraph =
-    "Night trains carry letters across the valley while the river keeps its own slow time. "
-    "Lamps along the platform flicker on one by one, and a porter counts the crates twice "
-    "before he signs. Somewhere a radio plays an old waltz, and the last passengers fold their "
-    "coats and settle in for the long ride north.";
+using vetext_bench::kParagraph;
 
 struct Scenario {
   bool paragraph;

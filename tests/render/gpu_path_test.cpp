@@ -9,6 +9,7 @@
 
 #include "document/document_json.h"
 #include "gpu/filter.h"
+#include "host_frames.h"
 #include "host_helpers.h"
 #include "params/params.h"
 #include "test_layouts.h"
@@ -18,6 +19,7 @@ namespace {
 
 using namespace vetext;
 using vetext_test::Buffer;
+using vetext_test::ToBuffer;
 using vxhost::Frame;
 
 std::vector<uint8_t> Document(const std::u16string& text, float size, float stroke_width = 0) {
@@ -30,13 +32,6 @@ std::vector<uint8_t> Document(const std::u16string& text, float size, float stro
   run.mStyleParam.mStrokeRed = 0.1f, run.mStyleParam.mStrokeBlue = 0.9f;
   run.mStyleParam.mStrokeWidth = stroke_width;
   return WriteDocumentBlock(doc);
-}
-
-Buffer ToBuffer(const Frame& f) {
-  Buffer b(f.width(), f.height());
-  for (int32_t y = 0; y < f.height(); ++y)
-    std::memcpy(&b.px[size_t(y) * f.width() * 4], f.row(y), size_t(f.width()) * 4);
-  return b;
 }
 
 // A background with some structure, so that a blend in the wrong place shows.

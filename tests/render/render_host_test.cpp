@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "document/document_json.h"
+#include "host_frames.h"
 #include "host_helpers.h"
 #include "ink.h"
 #include "media_image.h"
@@ -22,6 +23,7 @@ using namespace vetext;
 using vetext_test::Buffer;
 using vetext_test::Diff;
 using vetext_test::Ink;
+using vetext_test::ToBuffer;
 using vxhost::Frame;
 
 struct Span {
@@ -43,13 +45,6 @@ std::vector<uint8_t> Document(const std::vector<Span>& runs) {
     s.mStrokeWidth = r.stroke_width;
   }
   return WriteDocumentBlock(doc);
-}
-
-Buffer ToBuffer(const Frame& f) {
-  Buffer b(f.width(), f.height());
-  for (int32_t y = 0; y < f.height(); ++y)
-    std::memcpy(&b.px[size_t(y) * f.width() * 4], f.row(y), size_t(f.width()) * 4);
-  return b;
 }
 
 // Ink: pixels that differ from the uniform background.
