@@ -14,6 +14,7 @@
 #include "files.h"
 #include "media_image.h"
 #include "params/params.h"
+#include "top_down.h"
 #include "vetext/host/host.h"
 #include "vetext/vxcore.h"
 
@@ -113,30 +114,6 @@ bool FontInstalled(const std::string& family, std::string* resolved) {
   *resolved = vxcore::UTF16ToUTF8(found);
   if (Lower(*resolved) == Lower(family)) return true;
   return found != KTE::FindFont(u"vetext no such family \x01");
-}
-
-// frei0r frames are top row first, a positive stride, which the effect takes as it is (no flip
-// copy). Its arithmetic reads a positive stride's Position y and a negative stride's Rotation
-// with the opposite sign, so that the same values place text alike in both kinds of frame once
-// the host states Position y and Rotation for a top-down frame negated. The filter keeps the
-// client's values as they are (y down, clockwise) and negates them where they enter the effect.
-void NegateForTopDown(vxhost::Instance& instance, int32_t param) {
-  auto negated = [&](double t) {
-    vxhost::ParamValue v = instance.ValueAt(param, t);
-    if (param == kParamPosition)
-      v.y = -v.y;
-    else
-      v.x = -v.x;
-    return v;
-  };
-  const std::vector<double> times = instance.KeyTimes(param);
-  if (times.empty()) {
-    instance.SetValue(param, negated(0));
-    return;
-  }
-  std::vector<vxhost::ParamValue> values;
-  for (double t : times) values.push_back(negated(t));
-  for (size_t i = 0; i < times.size(); ++i) instance.SetValue(param, values[i], times[i]);
 }
 
 }  // namespace
@@ -295,8 +272,7 @@ bool TextFilter::ApplyDocument(std::string* error) {
         return false;
       }
       project_file = path;
-      NegateForTopDown(*instance_, kParamPosition);
-      NegateForTopDown(*instance_, kParamRotation);
+      vetext_tool::StateForTopDownFrames(*instance_);
     } else if (first < bytes.size() && bytes[first] == '{') {
       o.from = path;
     } else {

@@ -128,7 +128,8 @@ VxStatus CopyLayer(EffectRef, const OutputLayer* src, OutputLayer* dst, const Vx
     const auto* from =
         static_cast<const uint8_t*>(src->data) + (s.top + first) * int64_t(src->row_bytes);
     auto* to = static_cast<uint8_t*>(dst->data) + (d.top + first) * int64_t(dst->row_bytes);
-    std::memmove(to, from, size_t(row * hgt));
+    // A frame rendered in place (input and output one buffer) needs no copy at all.
+    if (to != from) std::memmove(to, from, size_t(row * hgt));
     return kStatusOk;
   }
   for (int32_t y = 0; y < hgt; ++y) {

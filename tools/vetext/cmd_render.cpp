@@ -27,6 +27,7 @@
 #include "media_progress.h"
 #include "overlay_output.h"
 #include "params/params.h"
+#include "top_down.h"
 #include "vetext/host/host.h"
 
 extern "C" {
@@ -121,11 +122,16 @@ class FrameRenderer {
  public:
   // `gpu_device` >= 0 renders through the GPU path on that device (one frame at a time: the
   // GPU path keeps one device frame per instance).
+  //
+  // `in_place` renders 'bgra' pictures where they lie, as top-down frames (the instance must
+  // hold its values stated for them, see top_down.h): no copy into a host frame, none for the
+  // effect's output, none back.
   FrameRenderer(vxhost::Instance& inst, int32_t w, int32_t h, uint32_t format, int threads,
-                int32_t gpu_device = -1)
-      : inst_(inst), gpu_device_(gpu_device) {
+                int32_t gpu_device, bool in_place)
+      : inst_(inst), gpu_device_(gpu_device), in_place_(in_place) {
     if (gpu_device >= 0) threads = 1;
-    for (int i = 0; i < threads; ++i) slots_.push_back(std::make_unique<Slot>(w, h, format));
+    for (int i = 0; i < threads; ++i)
+      slots_.push_back(std::make_unique<Slot>(in_place ? 0 : w, in_place ? 0 : h, format));
   }
   size_t capacity() const { return slots_.size(); }
 
@@ -167,6 +173,12 @@ class FrameRenderer {
     VxStatus status = 0;
   };
   void RenderOne(Slot& s, Image& image, double time) {
+    if (in_place_) {
+      vxhost::Frame view =
+          vxhost::Frame::View(image.row(0), image.width, image.height, int32_t(image.stride()));
+      s.status = inst_.Render(time, view, view);
+      return;
+    }
     ImageToFrame(image, s.in);
     s.status = gpu_device_ >= 0 ? inst_.RenderGPU(time, s.in, s.out, gpu_device_)
                                 : inst_.Render(time, s.in, s.out);
@@ -174,6 +186,7 @@ class FrameRenderer {
   }
   vxhost::Instance& inst_;
   int32_t gpu_device_;
+  bool in_place_;
   std::vector<std::unique_ptr<Slot>> slots_;
 };
 
@@ -342,6 +355,13 @@ int RunRender(RenderArgs& a) {
     if (!WriteOutputFile(a.save_project, project.data(), project.size(), &error))
       return Fail(error);
   }
+  // The CPU render of 'bgra' pictures draws into them where they lie; the overlay (drawn from
+  // the values as the user gave them) and the GPU path keep host frames.
+  const bool in_place = format == kPixelFormatBGRA && !a.overlay && gpu_device < 0;
+  if (in_place) {
+    inst->SetLayerSize(width, height);  // defaults in percent of the layer become pixels
+    StateForTopDownFrames(*inst);
+  }
 
   // ---- frames -------------------------------------------------------------------------------
   AVRational fps = moving_input ? reader->frame_rate() : av_d2q(a.fps, 100000);
@@ -415,7 +435,7 @@ int RunRender(RenderArgs& a) {
     } else {
       frame = still;
     }
-    FrameRenderer renderer(*inst, width, height, format, 1, gpu_device);
+    FrameRenderer renderer(*inst, width, height, format, 1, gpu_device, in_place);
     std::vector<Image> batch{std::move(frame)};
     if (!renderer.Render(batch, {t}, &error)) return Fail(error);
     if (a.overlay) {
@@ -431,7 +451,7 @@ int RunRender(RenderArgs& a) {
   // stops at the next batch; the destination stays as it was unless --keep-partial asks for
   // the frames so far.
   InterruptScope interrupt;
-  FrameRenderer renderer(*inst, width, height, format, a.threads, gpu_device);
+  FrameRenderer renderer(*inst, width, height, format, a.threads, gpu_device, in_place);
   ProgressBar progress(total, ProgressBar::StderrIsTerminal());
   int64_t done = 0;
   bool end = false;
