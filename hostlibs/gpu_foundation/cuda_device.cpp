@@ -115,8 +115,8 @@ Driver* g_driver = nullptr;  // loaded once with the device list, kept for the p
 
 class CudaDevice final : public GF::Device {
  public:
-  CudaDevice(int32_t index, CUdevice device, CUcontext context, std::string name)
-      : index_(index), device_(device), context_(context), name_(std::move(name)) {}
+  CudaDevice(int32_t index, CUcontext context, std::string name)
+      : index_(index), context_(context), name_(std::move(name)) {}
 
   // Loads the kernels into the device's context; false with *error when they do not load.
   bool LoadKernels(std::string* error) {
@@ -333,7 +333,6 @@ class CudaDevice final : public GF::Device {
   }
 
   const int32_t index_;
-  const CUdevice device_;
   const CUcontext context_;
   const std::string name_;
   CUfunction reduce_ = nullptr, blend_ = nullptr;
@@ -377,7 +376,7 @@ std::vector<GF::DevicePtr> MakeCudaDevices(int32_t first_index, std::string* rea
     char name[256] = {};
     if (driver->DeviceGet(&dev, i) != 0 || driver->PrimaryCtxRetain(&ctx, dev) != 0) continue;
     driver->DeviceGetName(name, sizeof name - 1, dev);
-    auto* d = new CudaDevice(first_index + int32_t(devices.size()), dev, ctx,
+    auto* d = new CudaDevice(first_index + int32_t(devices.size()), ctx,
                              std::string(name) + " (CUDA driver " + std::to_string(version / 1000) +
                                  "." + std::to_string(version % 1000 / 10) + ")");
     GF::DevicePtr held(d);
