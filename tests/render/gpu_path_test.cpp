@@ -156,6 +156,14 @@ TEST_F(GpuPath, DependenciesFollowTheRecords) {
   RecordPlan plan;
   plan.g.bw = plan.g.bh = plan.g.W = plan.g.H = 100;
   EXPECT_TRUE(BoxOf(blank, plan).empty);
+  // A pixel aspect with a zero part (a host that states none) is taken as square pixels.
+  GPURenderParams unstated = p;
+  unstated.par_num = 0;
+  unstated.par_den = 1;
+  index = 0;
+  GPUDependency square{};
+  ASSERT_EQ(fns.query_dependency(&rec, &unstated, &index, &square), kGPUOk);
+  EXPECT_EQ(square.width, deps[0].width);
   index = 2;
   GPUDependency past{};
   EXPECT_EQ(fns.query_dependency(&rec, &p, &index, &past), kErrGeneric);
