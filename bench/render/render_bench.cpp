@@ -2,18 +2,24 @@
 // drawtext filter (libavfilter in-process, frames fed from memory) and libass (ass_render_frame
 // plus our own blend), with one frame copy as the floor that every contender pays: the effect
 // copies input to output, drawtext gets a fresh frame filled from the source, libass blends over
-// a copy of the source.
+// a copy of the source. Every contender reads frame n from one of four source pictures in turn,
+// so none copies from a picture the cache still holds.
 //
 // Scenarios: a title ("TEXT Wgij", 160 px, 8 px outline) and a 300-character paragraph (48 px,
 // 3 px outline, wrapped in a box), at 1080p and 2160p, unchanged or changing every frame (a
-// counter), upright or turned 30 degrees (drawtext cannot turn text: n/a). The contenders are
-// interleaved within each repeat, in a rotating order; the table shows medians of the per-frame
-// time over the repeats and ratios to the floor and between peers.
+// counter: the title cycles through "TEXT n", "vetext n" and "Wgij n"; drawtext, which cannot
+// change words, shows "TEXT n"), upright, turned 30 degrees, or turning (two degrees more every
+// frame); drawtext cannot turn text: n/a. libass gets the Fontsize that draws the same em. The
+// contenders are interleaved within each repeat, in a rotating order; the table shows medians of
+// the per-frame time over the repeats and ratios to the floor and between peers.
 //
 //   bench_render [--frames N] [--repeats R] [--only-1080] [--match TEXT] [--only NAME]
+//                [--upright] [--cores N]
 //
 // --match keeps the scenarios whose name contains TEXT, --only runs one contender (copy,
 // vetext, drawtext or libass): both are for profiling, the ratios need every contender.
+// --cores N pins the whole run (every contender's threads) to the first N cores: run it with 1
+// and with 2 for the one-core and two-core rows.
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -26,6 +32,7 @@
 #include <string>
 #include <vector>
 
+#include <sched.h>
 #include <unistd.h>
 
 #include "../common/bench_texts.h"
@@ -51,37 +58,60 @@ constexpr double kFps = 25.0;
 
 using vetext_bench::kParagraph;
 
+enum class Turn { kUpright, kRot30, kTurning };
+
 struct Scenario {
   bool paragraph;
   int width, height;
   bool counter;
-  bool rotated;
+  Turn turn;
+  bool rotated() const { return turn != Turn::kUpright; }
   std::string Name() const {
     return std::string(paragraph ? "paragraph" : "title") + " " +
            (height == 1080 ? "1080p" : "2160p") + (counter ? " counter" : " static") +
-           (rotated ? " rot30" : "");
+           (turn == Turn::kRot30     ? " rot30"
+            : turn == Turn::kTurning ? " turning"
+                                     : "");
   }
+  // The counter cycles through words of different shapes: "vetext" has glyphs that reach past
+  // their boxes, "Wgij" descenders and a wide capital.
   std::string Text(int64_t n) const {
+    static const char* const kWords[] = {"TEXT ", "vetext ", "Wgij "};
     if (counter)
-      return std::string(paragraph ? "Frame " : "TEXT ") + std::to_string(n) +
+      return std::string(paragraph ? "Frame " : kWords[n % 3]) + std::to_string(n) +
              (paragraph ? std::string(" ") + kParagraph : "");
     return paragraph ? kParagraph : "TEXT Wgij";
+  }
+  // Degrees clockwise at frame n: 30 for rot30; two more every frame for turning.
+  double Angle(int64_t n) const {
+    return turn == Turn::kRot30 ? 30.0 : turn == Turn::kTurning ? 30.0 + 2.0 * double(n) : 0.0;
   }
   int FontPx() const { return paragraph ? 48 : 160; }
   int OutlinePx() const { return paragraph ? 3 : 8; }
   int BoxWidth() const { return 1200; }
 };
 
-// The source picture: a grey ramp with some structure, BGRA top-down.
-std::vector<uint8_t> MakeSource(int w, int h) {
-  std::vector<uint8_t> px(size_t(w) * h * 4);
-  for (int y = 0; y < h; ++y)
-    for (int x = 0; x < w; ++x) {
-      uint8_t* p = &px[(size_t(y) * w + x) * 4];
-      p[0] = uint8_t(x * 255 / w), p[1] = uint8_t(y * 255 / h), p[2] = uint8_t((x ^ y) & 0xff);
-      p[3] = 255;
-    }
-  return px;
+// The source pictures: grey ramps with some structure, BGRA top-down. Frame n reads picture
+// n % kSources, so that no contender (the floor included) copies from a picture the cache still
+// holds, as none does in a real video.
+constexpr int kSources = 4;
+using Sources = std::vector<std::vector<uint8_t>>;
+Sources MakeSources(int w, int h) {
+  Sources all;
+  for (int k = 0; k < kSources; ++k) {
+    std::vector<uint8_t> px(size_t(w) * h * 4);
+    for (int y = 0; y < h; ++y)
+      for (int x = 0; x < w; ++x) {
+        uint8_t* p = &px[(size_t(y) * w + x) * 4];
+        p[0] = uint8_t(x * 255 / w + k), p[1] = uint8_t(y * 255 / h);
+        p[2] = uint8_t((x ^ y) & 0xff), p[3] = 255;
+      }
+    all.push_back(std::move(px));
+  }
+  return all;
+}
+const std::vector<uint8_t>& SourceOf(const Sources& all, int64_t n) {
+  return all[size_t(n % kSources)];
 }
 
 class Contender {
@@ -89,7 +119,7 @@ class Contender {
   virtual ~Contender() = default;
   virtual const char* name() const = 0;
   virtual bool Supports(const Scenario&) const { return true; }
-  virtual bool Prepare(const Scenario& s, const std::vector<uint8_t>& src) = 0;
+  virtual bool Prepare(const Scenario& s, const Sources& src) = 0;
   virtual void Frame(int64_t n) = 0;
   virtual void Finish() {}
   // A checksum of the last output, so that the work cannot be optimised away.
@@ -100,16 +130,18 @@ class Contender {
 class CopyFloor : public Contender {
  public:
   const char* name() const override { return "copy"; }
-  bool Prepare(const Scenario&, const std::vector<uint8_t>& src) override {
+  bool Prepare(const Scenario&, const Sources& src) override {
     src_ = &src;
-    dst_.resize(src.size());
+    dst_.resize(src[0].size());
     return true;
   }
-  void Frame(int64_t) override { std::memcpy(dst_.data(), src_->data(), dst_.size()); }
+  void Frame(int64_t n) override {
+    std::memcpy(dst_.data(), SourceOf(*src_, n).data(), dst_.size());
+  }
   uint64_t Touch() const override { return dst_[dst_.size() / 2]; }
 
  private:
-  const std::vector<uint8_t>* src_ = nullptr;
+  const Sources* src_ = nullptr;
   std::vector<uint8_t> dst_;
 };
 
@@ -118,20 +150,29 @@ class VetextContender : public Contender {
  public:
   explicit VetextContender(vxhost::Module* module) : module_(module) {}
   const char* name() const override { return "vetext"; }
-  bool Prepare(const Scenario& s, const std::vector<uint8_t>& src) override {
+  bool Prepare(const Scenario& s, const Sources& src) override {
     scenario_ = s;
     inst_ = module_->CreateInstance();
     if (!inst_) return false;
-    in_ = std::make_unique<vxhost::Frame>(s.width, s.height);
+    in_.clear();
+    for (const std::vector<uint8_t>& picture : src) {
+      in_.push_back(std::make_unique<vxhost::Frame>(s.width, s.height));
+      for (int y = 0; y < s.height; ++y)
+        std::memcpy(in_.back()->row(y), &picture[size_t(y) * s.width * 4], size_t(s.width) * 4);
+    }
     out_ = std::make_unique<vxhost::Frame>(s.width, s.height);
-    for (int y = 0; y < s.height; ++y)
-      std::memcpy(in_->row(y), &src[size_t(y) * s.width * 4], size_t(s.width) * 4);
     blocks_.clear();
     if (!s.counter) SetText(Block(0));
-    if (s.rotated) {
-      vxhost::ParamValue v;
-      v.x = 30;
+    // Rotation: constant, or keyframed so that every frame has its own angle (the effect reads
+    // it at the frame's time, as from any animated parameter).
+    vxhost::ParamValue v;
+    v.x = s.Angle(0);
+    if (s.turn != Turn::kTurning) {
       inst_->SetValue(7, v);
+    } else {
+      inst_->SetValue(7, v, 0.0);
+      v.x = s.Angle(100000);
+      inst_->SetValue(7, v, 100000 / kFps);
     }
     return true;
   }
@@ -144,7 +185,7 @@ class VetextContender : public Contender {
   }
   void Frame(int64_t n) override {
     if (scenario_.counter) SetText(blocks_[size_t(n - first_)]);
-    status_ |= inst_->Render(double(n) / kFps, *in_, *out_);
+    status_ |= inst_->Render(double(n) / kFps, *in_[size_t(n % kSources)], *out_);
   }
   void Finish() override {
     if (status_ != 0) std::fprintf(stderr, "vetext: render status %d\n", int(status_));
@@ -181,7 +222,8 @@ class VetextContender : public Contender {
   vxhost::Module* module_;
   Scenario scenario_{};
   std::unique_ptr<vxhost::Instance> inst_;
-  std::unique_ptr<vxhost::Frame> in_, out_;
+  std::vector<std::unique_ptr<vxhost::Frame>> in_;
+  std::unique_ptr<vxhost::Frame> out_;
   std::vector<std::vector<uint8_t>> blocks_;
   int64_t first_ = 0;
   VxStatus status_ = 0;
@@ -191,8 +233,8 @@ class VetextContender : public Contender {
 class DrawtextContender : public Contender {
  public:
   const char* name() const override { return "drawtext"; }
-  bool Supports(const Scenario& s) const override { return !s.rotated; }
-  bool Prepare(const Scenario& s, const std::vector<uint8_t>& src) override {
+  bool Supports(const Scenario& s) const override { return !s.rotated(); }
+  bool Prepare(const Scenario& s, const Sources& src) override {
     Release();
     src_ = &src;
     w_ = s.width;
@@ -249,7 +291,7 @@ class DrawtextContender : public Contender {
     avfilter_inout_free(&inputs);
     avfilter_inout_free(&outputs);
     if (rc < 0 || avfilter_graph_config(graph_, nullptr) < 0) return false;
-    pool_ = av_buffer_pool_init(int(src.size()), nullptr);
+    pool_ = av_buffer_pool_init(int(src[0].size()), nullptr);
     out_ = av_frame_alloc();
     return pool_ != nullptr;
   }
@@ -262,7 +304,8 @@ class DrawtextContender : public Contender {
     f->height = h_;
     f->format = AV_PIX_FMT_BGRA;
     f->pts = n;
-    std::memcpy(f->data[0], src_->data(), src_->size());
+    const std::vector<uint8_t>& picture = SourceOf(*src_, n);
+    std::memcpy(f->data[0], picture.data(), picture.size());
     if (av_buffersrc_add_frame_flags(src_ctx_, f, 0) < 0) failures_++;
     av_frame_free(&f);
     av_frame_unref(out_);
@@ -284,7 +327,7 @@ class DrawtextContender : public Contender {
     av_buffer_pool_uninit(&pool_);
     if (!text_file_.empty()) std::remove(text_file_.c_str());
   }
-  const std::vector<uint8_t>* src_ = nullptr;
+  const Sources* src_ = nullptr;
   int w_ = 0, h_ = 0;
   std::string text_file_;
   AVFilterGraph* graph_ = nullptr;
@@ -295,6 +338,12 @@ class DrawtextContender : public Contender {
   uint64_t touch_ = 0;
   int failures_ = 0;
 };
+
+// libass sizes a font by its ascender plus descender (Liberation Sans: 1854 + 434 units of
+// 2048), the others by the em: this Fontsize draws the same em as a font size of `px`.
+int AssFontsize(int px) {
+  return int(std::lround(px * (1854.0 + 434.0) / 2048.0));
+}
 
 // libass: one event per frame for the counter, the renderer's images blended over a copy of
 // the source by us.
@@ -320,10 +369,10 @@ class LibassContender : public Contender {
     ass_library_done(lib_);
   }
   const char* name() const override { return "libass"; }
-  bool Prepare(const Scenario& s, const std::vector<uint8_t>& src) override {
+  bool Prepare(const Scenario& s, const Sources& src) override {
     scenario_ = s;
     src_ = &src;
-    dst_.resize(src.size());
+    dst_.resize(src[0].size());
     ass_set_frame_size(renderer_, s.width, s.height);
     ass_set_storage_size(renderer_, s.width, s.height);
     if (track_) ass_free_track(track_);
@@ -342,33 +391,38 @@ class LibassContender : public Contender {
         "Fontsize, PrimaryColour, SecondaryColour, OutlineColour, BackColour, Bold, Italic, "
         "Underline, StrikeOut, ScaleX, ScaleY, Spacing, Angle, BorderStyle, Outline, Shadow, "
         "Alignment, MarginL, MarginR, MarginV, Encoding\nStyle: Default,Liberation Sans," +
-        std::to_string(s.FontPx()) +
+        std::to_string(AssFontsize(s.FontPx())) +
         ",&H00FFFFFF,&H00FFFFFF,&H00000000,&H00000000,0,0,0,0,100,"
         "100,0,0,1," +
         std::to_string(s.OutlinePx()) + ",0,5," + std::to_string(margin) + "," +
         std::to_string(margin) +
         ",10,1\n\n[Events]\nFormat: Layer, Start, End, Style, Name, "
         "MarginL, MarginR, MarginV, Effect, Text\n";
-    const std::string turn = s.rotated ? "{\\frz-30}" : "";
+    auto turn = [&s](int64_t n) {
+      if (!s.rotated()) return std::string();
+      char b[32];
+      std::snprintf(b, sizeof b, "{\\frz%g}", -s.Angle(n));
+      return std::string(b);
+    };
     auto stamp = [](int64_t cs) {
       char b[32];
       std::snprintf(b, sizeof b, "%d:%02d:%02d.%02d", int(cs / 360000), int(cs / 6000 % 60),
                     int(cs / 100 % 60), int(cs % 100));
       return std::string(b);
     };
-    if (s.counter) {
+    if (s.counter || s.turn == Turn::kTurning) {  // an event a frame
       for (int64_t i = 0; i < count; ++i) {
         int64_t n = first + i;
         script += "Dialogue: 0," + stamp(n * 4) + "," + stamp(n * 4 + 4) + ",Default,,0,0,0,," +
-                  turn + s.Text(n) + "\n";
+                  turn(n) + s.Text(n) + "\n";
       }
     } else {
-      script += "Dialogue: 0,0:00:00.00,9:00:00.00,Default,,0,0,0,," + turn + s.Text(0) + "\n";
+      script += "Dialogue: 0,0:00:00.00,9:00:00.00,Default,,0,0,0,," + turn(0) + s.Text(0) + "\n";
     }
     track_ = ass_read_memory(lib_, script.data(), script.size(), nullptr);
   }
   void Frame(int64_t n) override {
-    std::memcpy(dst_.data(), src_->data(), dst_.size());
+    std::memcpy(dst_.data(), SourceOf(*src_, n).data(), dst_.size());
     int changed = 0;
     // Frame n shows at the middle of its 40 ms slot.
     for (ASS_Image* img = ass_render_frame(renderer_, track_, n * 40 + 20, &changed); img;
@@ -400,7 +454,7 @@ class LibassContender : public Contender {
   ASS_Renderer* renderer_ = nullptr;
   ASS_Track* track_ = nullptr;
   Scenario scenario_{};
-  const std::vector<uint8_t>* src_ = nullptr;
+  const Sources* src_ = nullptr;
   std::vector<uint8_t> dst_;
 };
 
@@ -414,6 +468,7 @@ double Median(std::vector<double> v) {
 int main(int argc, char** argv) {
   int frames = 12, repeats = 5;
   bool only_1080 = false, upright = false;
+  int cores = 0;  // 0: as many as the machine gives
   std::string match, only;
   for (int i = 1; i < argc; ++i) {
     std::string a = argv[i];
@@ -429,15 +484,32 @@ int main(int argc, char** argv) {
       only = argv[++i];
     else if (a == "--upright")
       upright = true;
+    else if (a == "--cores" && i + 1 < argc)
+      cores = std::max(1, std::atoi(argv[++i]));
     else {
       std::fprintf(stderr,
                    "usage: bench_render [--frames N] [--repeats R] [--only-1080] [--match TEXT] "
-                   "[--only NAME] [--upright]\n");
+                   "[--only NAME] [--upright] [--cores N]\n");
       return 2;
     }
   }
   setenv("FONTCONFIG_FILE", VETEXT_FONTS_CONF, 0);
   av_log_set_level(AV_LOG_ERROR);
+  // Pinned to the first N cores, every thread of every contender included: "one core" rows
+  // are one core for all of them, whatever threads they start.
+  if (cores > 0) {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    for (int c = 0; c < cores; ++c) CPU_SET(c, &set);
+    if (sched_setaffinity(0, sizeof set, &set) != 0) {
+      std::fprintf(stderr, "cannot pin to %d cores\n", cores);
+      return 1;
+    }
+  }
+  cpu_set_t have;
+  CPU_ZERO(&have);
+  sched_getaffinity(0, sizeof have, &have);
+  const int used = CPU_COUNT(&have);
 
   vxhost::Host host;
   std::string error;
@@ -457,22 +529,22 @@ int main(int argc, char** argv) {
     if (h == 2160 && only_1080) continue;
     for (bool paragraph : {false, true})
       for (bool counter : {false, true})
-        for (bool rotated : {false, true}) {
-          if (rotated && upright) continue;
-          Scenario s{paragraph, h * 16 / 9, h, counter, rotated};
+        for (Turn turn : {Turn::kUpright, Turn::kRot30, Turn::kTurning}) {
+          if (turn != Turn::kUpright && upright) continue;
+          Scenario s{paragraph, h * 16 / 9, h, counter, turn};
           if (match.empty() || s.Name().find(match) != std::string::npos) scenarios.push_back(s);
         }
   }
 
-  std::printf("Per-frame milliseconds, median of %d repeats of %d frames (BGRA, one thread).\n\n",
-              repeats, frames);
+  std::printf("Per-frame milliseconds, median of %d repeats of %d frames (BGRA, %d core%s).\n\n",
+              repeats, frames, used, used == 1 ? "" : "s");
   std::printf(
       "| scenario | copy | vetext | drawtext | libass | vetext/copy | drawtext/copy | "
       "libass/copy | vetext/drawtext | vetext/libass |\n");
   std::printf("|---|---|---|---|---|---|---|---|---|---|\n");
   uint64_t sink = 0;
   for (const Scenario& s : scenarios) {
-    std::vector<uint8_t> src = MakeSource(s.width, s.height);
+    const Sources src = MakeSources(s.width, s.height);
     std::vector<std::vector<double>> ms(contenders.size());
     std::vector<bool> ok(contenders.size(), false);
     const int64_t total = int64_t(repeats + 1) * frames + 1;
