@@ -1,16 +1,20 @@
 // The cuda device: the CUDA driver API, opened at run time (nothing links against CUDA), with
 // the Motion kernels compiled to PTX at build time and embedded in the library.
 //
-// Every call runs in the device's primary context on the legacy default stream, which orders
-// the work of all threads: the kernels a Motion launches are queued, and the copies back to the
-// host (which wait for the stream) see their results. A Motion's reduction goes to a scratch
-// buffer the device keeps; the stream's order makes reusing it safe.
+// Every call makes the device's primary context current for its duration, works on the legacy
+// default stream and synchronises the context before it returns, so that the caller may read
+// back or free what it wrote at once and driver errors of the queued work surface in the call
+// that queued it. A Motion's reduction goes to a scratch buffer the device keeps; the mutex
+// around it and the synchronisation make reusing it safe.
 #include <dlfcn.h>
 
 #include <algorithm>
-#include <cmath>
-#include <cstring>
+#include <cstdio>
+#include <cstdlib>
 #include <mutex>
+#include <string>
+#include <type_traits>
+#include <vector>
 
 #include "gpu_foundation/devices.h"
 #include "gpu_foundation/motion_kernel.h"
@@ -31,6 +35,7 @@ using CUcontext = struct CUctx_st*;
 using CUmodule = struct CUmod_st*;
 using CUfunction = struct CUfunc_st*;
 using CUstream = struct CUstream_st*;
+constexpr CUresult kCudaErrorOutOfMemory = 2;
 enum CUmemorytype : int { kMemHost = 1, kMemDevice = 2 };
 struct CUDA_MEMCPY2D {
   size_t srcXInBytes, srcY;
@@ -47,6 +52,7 @@ struct CUDA_MEMCPY2D {
   size_t dstPitch;
   size_t WidthInBytes, Height;
 };
+static_assert(sizeof(CUDA_MEMCPY2D) == 128, "CUDA_MEMCPY2D as the driver lays it out");
 
 struct Driver {
   void* library = nullptr;
@@ -56,6 +62,7 @@ struct Driver {
   CUresult (*DeviceGetName)(char*, int, CUdevice);
   CUresult (*DriverGetVersion)(int*);
   CUresult (*PrimaryCtxRetain)(CUcontext*, CUdevice);
+  CUresult (*PrimaryCtxRelease)(CUdevice);
   CUresult (*CtxPush)(CUcontext);
   CUresult (*CtxPop)(CUcontext*);
   CUresult (*CtxSynchronize)();
@@ -63,6 +70,7 @@ struct Driver {
   CUresult (*ModuleGetFunction)(CUfunction*, CUmodule, const char*);
   CUresult (*MemAlloc)(CUdeviceptr*, size_t);
   CUresult (*MemFree)(CUdeviceptr);
+  CUresult (*MemcpyHtoD)(CUdeviceptr, const void*, size_t);
   CUresult (*Memcpy2D)(const CUDA_MEMCPY2D*);
   CUresult (*LaunchKernel)(CUfunction, unsigned, unsigned, unsigned, unsigned, unsigned, unsigned,
                            unsigned, CUstream, void**, void**);
@@ -91,6 +99,7 @@ struct Driver {
     get(DeviceGetName, "cuDeviceGetName");
     get(DriverGetVersion, "cuDriverGetVersion");
     get(PrimaryCtxRetain, "cuDevicePrimaryCtxRetain");
+    get(PrimaryCtxRelease, "cuDevicePrimaryCtxRelease_v2");
     get(CtxPush, "cuCtxPushCurrent_v2");
     get(CtxPop, "cuCtxPopCurrent_v2");
     get(CtxSynchronize, "cuCtxSynchronize");
@@ -98,6 +107,7 @@ struct Driver {
     get(ModuleGetFunction, "cuModuleGetFunction");
     get(MemAlloc, "cuMemAlloc_v2");
     get(MemFree, "cuMemFree_v2");
+    get(MemcpyHtoD, "cuMemcpyHtoD_v2");
     get(Memcpy2D, "cuMemcpy2D_v2");
     get(LaunchKernel, "cuLaunchKernel");
     get(GetErrorString, "cuGetErrorString");
@@ -115,15 +125,22 @@ Driver* g_driver = nullptr;  // loaded once with the device list, kept for the p
 
 class CudaDevice final : public GF::Device {
  public:
-  CudaDevice(int32_t index, CUcontext context, std::string name)
-      : index_(index), context_(context), name_(std::move(name)) {}
+  CudaDevice(int32_t index, CUdevice device, CUcontext context, std::string name)
+      : index_(index), device_(device), context_(context), name_(std::move(name)) {}
+  ~CudaDevice() override {
+    {
+      Scope scope(this);
+      if (scope.ok() && scratch_ != 0) g_driver->MemFree(scratch_);
+    }
+    g_driver->PrimaryCtxRelease(device_);  // the last release also unloads the kernels
+  }
 
   // Loads the kernels into the device's context; false with *error when they do not load.
   bool LoadKernels(std::string* error) {
 #ifdef VETEXT_HAVE_CUDA_KERNELS
     Scope scope(this);
     CUmodule module = nullptr;
-    if (!Ok(g_driver->ModuleLoadData(&module, kGFMotionPtx)) ||
+    if (!scope.ok() || !Ok(g_driver->ModuleLoadData(&module, kGFMotionPtx)) ||
         !Ok(g_driver->ModuleGetFunction(&reduce_, module, "gf_reduce")) ||
         !Ok(g_driver->ModuleGetFunction(&blend_, module, "gf_blend"))) {
       *error = LastError();
@@ -131,7 +148,7 @@ class CudaDevice final : public GF::Device {
     }
     return true;
 #else
-    *error = "built without the CUDA toolkit (nvcc not found)";
+    *error = "built without the CUDA kernels";
     return false;
 #endif
   }
@@ -150,15 +167,17 @@ class CudaDevice final : public GF::Device {
     if (out == nullptr || bytes == 0) return GF::kGFErrArgument;
     *out = nullptr;
     Scope scope(this);
+    if (!scope.ok()) return GF::kGFErrDevice;
     CUdeviceptr p = 0;
-    if (!Ok(g_driver->MemAlloc(&p, size_t(bytes)))) return GF::kGFErrOutOfMemory;
+    if (const CUresult r = g_driver->MemAlloc(&p, size_t(bytes)); !Ok(r))
+      return r == kCudaErrorOutOfMemory ? GF::kGFErrOutOfMemory : GF::kGFErrDevice;
     *out = reinterpret_cast<void*>(p);
     return GF::kGFOk;
   }
   int32_t Free(void* memory) override {
     if (memory == nullptr) return GF::kGFOk;
     Scope scope(this);
-    return Ok(g_driver->MemFree(Ptr(memory))) ? GF::kGFOk : GF::kGFErrDevice;
+    return scope.ok() && Ok(g_driver->MemFree(Ptr(memory))) ? GF::kGFOk : GF::kGFErrDevice;
   }
   int32_t Upload(void* dst, int64_t dst_pitch, const void* src, int64_t src_pitch,
                  int64_t row_bytes, int32_t rows) override {
@@ -173,6 +192,8 @@ class CudaDevice final : public GF::Device {
     return Copy2D(kMemDevice, dst, dst_pitch, kMemDevice, src, src_pitch, row_bytes, rows);
   }
 
+  // The CPU compositor's plan, made here on the host (placement, one-to-one test, the rows and
+  // columns the samples touch), then the reduction and the blend as two kernels.
   int32_t Motion(const GF::MotionArgs& a) override {
     if (const int32_t st = CheckMotionArgs(a); st != GF::kGFOk) return st;
     if (a.scale.x == 0 || a.scale.y == 0 || !(a.opacity > 0)) return GF::kGFOk;
@@ -204,57 +225,72 @@ class CudaDevice final : public GF::Device {
     b.dst = Ptr(a.dst);
     b.dst_pitch = a.dst_pitch;
     b.opacity = pl.opacity;
+    b.k255 = b.opacity / 255.0f;
     b.exact = exact ? 1 : 0;
-    // The destination rectangle the samples touch.
+    std::vector<int32_t> spans;  // the rectangle's rows, [x0, x1) each
     if (exact) {
       b.x0 = int32_t(std::clamp<int64_t>(1 - u0, 0, a.dst_width));
       b.y0 = int32_t(std::clamp<int64_t>(1 - v0, 0, a.dst_height));
       b.x1 = int32_t(std::clamp<int64_t>(pf.width + 1 - u0, 0, a.dst_width));
       b.y1 = int32_t(std::clamp<int64_t>(pf.height + 1 - v0, 0, a.dst_height));
     } else {
-      std::vector<ir::Span> spans;
-      if (ir::DestinationSpans(pf, m, a.dst_width, a.dst_height, &spans) == 0) return GF::kGFOk;
+      std::vector<ir::Span> rows;
+      if (ir::DestinationSpans(pf, m, a.dst_width, a.dst_height, &rows) == 0) return GF::kGFOk;
       b.x0 = a.dst_width, b.y0 = -1;
       for (int32_t y = 0; y < a.dst_height; ++y) {
-        const ir::Span& sp = spans[size_t(y)];
+        const ir::Span& sp = rows[size_t(y)];
         if (sp.x1 <= sp.x0) continue;
         if (b.y0 < 0) b.y0 = y;
         b.y1 = y + 1;
         b.x0 = std::min(b.x0, sp.x0);
         b.x1 = std::max(b.x1, sp.x1);
       }
+      for (int32_t y = b.y0; y < b.y1; ++y)
+        spans.insert(spans.end(), {rows[size_t(y)].x0, rows[size_t(y)].x1});
     }
     if (b.x1 <= b.x0 || b.y1 <= b.y0) return GF::kGFOk;
 
-    const uint64_t reduced_bytes = uint64_t(b.wp) * uint64_t(b.hp) * 4;
-    std::lock_guard lock(scratch_mutex_);  // one reduction buffer, queued work in order
+    // Scratch: the bordered reduction, then the spans at an aligned offset.
+    const uint64_t reduced_bytes = (uint64_t(b.wp) * uint64_t(b.hp) * 4 + 15) / 16 * 16;
+    const uint64_t need = reduced_bytes + spans.size() * sizeof(int32_t);
+    std::lock_guard lock(scratch_mutex_);
     Scope scope(this);
-    if (reduced_bytes > scratch_bytes_) {
+    if (!scope.ok()) return GF::kGFErrDevice;
+    if (need > scratch_bytes_) {
       if (scratch_ != 0) g_driver->MemFree(scratch_);
       scratch_ = 0;
       scratch_bytes_ = 0;
-      if (!Ok(g_driver->MemAlloc(&scratch_, size_t(reduced_bytes)))) return GF::kGFErrOutOfMemory;
-      scratch_bytes_ = reduced_bytes;
+      if (const CUresult r = g_driver->MemAlloc(&scratch_, size_t(need)); !Ok(r)) {
+        scratch_ = 0;
+        return r == kCudaErrorOutOfMemory ? GF::kGFErrOutOfMemory : GF::kGFErrDevice;
+      }
+      scratch_bytes_ = need;
     }
+    b.base = scratch_;
+    b.spans = scratch_ + reduced_bytes;
+    if (!spans.empty() &&
+        !Ok(g_driver->MemcpyHtoD(b.spans, spans.data(), spans.size() * sizeof(int32_t))))
+      return GF::kGFErrDevice;
+
     GFReduceParams r{};
     r.src = Ptr(a.src);
     r.src_pitch = a.src_pitch;
+    r.out = scratch_;
+    const uint64_t area = uint64_t(fx) * uint64_t(fy);
+    r.mul = ((uint64_t(1) << 32) + area / 2) / area;  // as the CPU's reduction divides
     r.width = a.src_width, r.height = a.src_height;
     r.fx = fx, r.fy = fy;
     r.rw = pf.width, r.rh = pf.height;
-    r.out = scratch_;
-    const uint64_t area = uint64_t(fx) * uint64_t(fy);
-    r.mul = ((uint64_t(1) << 32) + area / 2) / area;
-    b.base = scratch_;
+    // Each kernel takes one argument, its record: the driver copies sizeof(record) bytes.
     void* reduce_args[] = {&r};
     void* blend_args[] = {&b};
     constexpr unsigned kBlock = 16;
-    if (!Ok(g_driver->LaunchKernel(reduce_, (unsigned(b.wp) + kBlock - 1) / kBlock,
-                                   (unsigned(b.hp) + kBlock - 1) / kBlock, 1, kBlock, kBlock, 1, 0,
+    auto blocks = [](int64_t n) { return unsigned((n + kBlock - 1) / kBlock); };
+    if (!Ok(g_driver->LaunchKernel(reduce_, blocks(b.wp), blocks(b.hp), 1, kBlock, kBlock, 1, 0,
                                    nullptr, reduce_args, nullptr)) ||
-        !Ok(g_driver->LaunchKernel(blend_, unsigned(b.x1 - b.x0 + kBlock - 1) / kBlock,
-                                   unsigned(b.y1 - b.y0 + kBlock - 1) / kBlock, 1, kBlock, kBlock,
-                                   1, 0, nullptr, blend_args, nullptr)))
+        !Ok(g_driver->LaunchKernel(blend_, blocks(b.x1 - b.x0), blocks(b.y1 - b.y0), 1, kBlock,
+                                   kBlock, 1, 0, nullptr, blend_args, nullptr)) ||
+        !Ok(g_driver->CtxSynchronize()))
       return GF::kGFErrDevice;
     return GF::kGFOk;
   }
@@ -268,14 +304,15 @@ class CudaDevice final : public GF::Device {
   // The device's context made current for a scope.
   class Scope {
    public:
-    explicit Scope(CudaDevice* d) : ok_(g_driver->CtxPush(d->context_) == 0) {}
+    explicit Scope(CudaDevice* d) : ok_(d->Ok(g_driver->CtxPush(d->context_))) {}
     ~Scope() {
       CUcontext popped = nullptr;
       if (ok_) g_driver->CtxPop(&popped);
     }
+    bool ok() const { return ok_; }
 
    private:
-    bool ok_;
+    const bool ok_;
   };
 
   static CUdeviceptr Ptr(const void* p) {
@@ -317,22 +354,26 @@ class CudaDevice final : public GF::Device {
     const auto* s = static_cast<const uint8_t*>(src);
     auto* d = static_cast<uint8_t*>(dst);
     Scope scope(this);
+    if (!scope.ok()) return GF::kGFErrDevice;
     if ((dst_pitch < 0) == (src_pitch < 0)) {
       if (dst_pitch < 0) {
         s += src_pitch * (rows - 1), src_pitch = -src_pitch;
         d += dst_pitch * (rows - 1), dst_pitch = -dst_pitch;
       }
       const CUDA_MEMCPY2D c = make(s, src_pitch, d, dst_pitch, rows);
-      return Ok(g_driver->Memcpy2D(&c)) ? GF::kGFOk : GF::kGFErrDevice;
-    }
-    for (int32_t y = 0; y < rows; ++y) {
-      const CUDA_MEMCPY2D c = make(s + src_pitch * y, row_bytes, d + dst_pitch * y, row_bytes, 1);
       if (!Ok(g_driver->Memcpy2D(&c))) return GF::kGFErrDevice;
+    } else {
+      for (int32_t y = 0; y < rows; ++y) {
+        const CUDA_MEMCPY2D c = make(s + src_pitch * y, row_bytes, d + dst_pitch * y, row_bytes, 1);
+        if (!Ok(g_driver->Memcpy2D(&c))) return GF::kGFErrDevice;
+      }
     }
-    return GF::kGFOk;
+    // Device-to-device copies are asynchronous: finish them before the caller frees the source.
+    return Ok(g_driver->CtxSynchronize()) ? GF::kGFOk : GF::kGFErrDevice;
   }
 
   const int32_t index_;
+  const CUdevice device_;
   const CUcontext context_;
   const std::string name_;
   CUfunction reduce_ = nullptr, blend_ = nullptr;
@@ -349,7 +390,11 @@ std::vector<GF::DevicePtr> MakeCudaDevices(int32_t first_index, std::string* rea
   std::vector<GF::DevicePtr> devices;
 #ifndef VETEXT_HAVE_CUDA_KERNELS
   (void)first_index;
+#ifdef VETEXT_CUDA_DISABLED
+  *reason = "built without the CUDA kernels (VETEXT_CUDA=OFF)";
+#else
   *reason = "built without the CUDA toolkit (nvcc not found)";
+#endif
   return devices;
 #else
   auto* driver = new Driver;  // kept for the process: devices hold its entry points
@@ -358,30 +403,39 @@ std::vector<GF::DevicePtr> MakeCudaDevices(int32_t first_index, std::string* rea
     return devices;
   }
   g_driver = driver;
-  int count = 0;
   if (const CUresult r = driver->Init(0); r != 0) {
-    *reason = "cuInit failed: " + driver->ErrorText(r);
+    *reason = "the CUDA driver finds no usable GPU (cuInit: " + driver->ErrorText(r) + ")";
     return devices;
   }
-  if (const CUresult r = driver->DeviceGetCount(&count); r != 0 || count == 0) {
-    *reason = r != 0 ? "cuDeviceGetCount failed: " + driver->ErrorText(r)
-                     : std::string("the CUDA driver reports no GPU");
+  int count = 0;
+  if (const CUresult r = driver->DeviceGetCount(&count); r != 0 || count < 1) {
+    *reason = "the CUDA driver reports no GPU (cuDeviceGetCount: " +
+              (r != 0 ? driver->ErrorText(r) : std::to_string(count) + " devices") + ")";
     return devices;
   }
   int version = 0;
   driver->DriverGetVersion(&version);
+  const std::string driver_text = " (CUDA driver " + std::to_string(version / 1000) + "." +
+                                  std::to_string(version % 1000 / 10) + ")";
   for (int i = 0; i < count; ++i) {
     CUdevice dev = 0;
     CUcontext ctx = nullptr;
+    if (const CUresult r = driver->DeviceGet(&dev, i); r != 0) {
+      *reason = "GPU " + std::to_string(i) + ": cuDeviceGet: " + driver->ErrorText(r);
+      continue;
+    }
+    if (const CUresult r = driver->PrimaryCtxRetain(&ctx, dev); r != 0) {
+      *reason = "GPU " + std::to_string(i) + ": cuDevicePrimaryCtxRetain: " + driver->ErrorText(r);
+      continue;
+    }
     char name[256] = {};
-    if (driver->DeviceGet(&dev, i) != 0 || driver->PrimaryCtxRetain(&ctx, dev) != 0) continue;
-    driver->DeviceGetName(name, sizeof name - 1, dev);
-    auto* d = new CudaDevice(first_index + int32_t(devices.size()), ctx,
-                             std::string(name) + " (CUDA driver " + std::to_string(version / 1000) +
-                                 "." + std::to_string(version % 1000 / 10) + ")");
-    GF::DevicePtr held(d);
+    if (driver->DeviceGetName(name, sizeof name - 1, dev) != 0 || name[0] == 0)
+      std::snprintf(name, sizeof name, "GPU %d", i);
+    // Owned from here: a device whose kernels do not load releases its context as it goes.
+    GF::DevicePtr held(new CudaDevice(first_index + int32_t(devices.size()), dev, ctx,
+                                      std::string(name) + driver_text));
     std::string error;
-    if (!d->LoadKernels(&error)) {
+    if (!static_cast<CudaDevice*>(held.get())->LoadKernels(&error)) {
       *reason = "the kernels do not load on " + std::string(name) + ": " + error;
       continue;
     }

@@ -11,11 +11,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <list>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <thread>
-#include <unordered_map>
 
 #include "vetext/vxcore.h"
 
@@ -72,14 +72,14 @@ class CpuDevice final : public GF::Device {
     *out = std::aligned_alloc(64, size);
     if (*out == nullptr) return GF::kGFErrOutOfMemory;
     std::lock_guard lock(mutex_);
-    sizes_[*out] = size;
+    sizes_[static_cast<const uint8_t*>(*out)] = size;
     return GF::kGFOk;
   }
   int32_t Free(void* memory) override {
     if (memory == nullptr) return GF::kGFOk;
     {
       std::lock_guard lock(mutex_);
-      auto it = sizes_.find(memory);
+      auto it = sizes_.find(static_cast<const uint8_t*>(memory));
       if (it != sizes_.end()) {
         ForgetLocked(static_cast<uint8_t*>(memory), static_cast<uint8_t*>(memory) + it->second);
         sizes_.erase(it);
@@ -132,8 +132,10 @@ class CpuDevice final : public GF::Device {
  private:
   // A source's reduction for one pair of factors, with its row spans. Kept from one Motion to
   // the next: the images a host draws on every frame (its kept precomputes) are then reduced
-  // once, as a GPU keeps them in its own memory. Device memory changes only through this
-  // device's calls, and each forgets the reductions of the bytes it overwrites.
+  // once, as a GPU keeps them in its own memory. Only sources in memory this device allocated
+  // are kept: that memory changes only through this device's calls (the contract of device
+  // memory), and each forgets the reductions of the bytes it overwrites. Any other address may
+  // be rewritten, or freed and handed out again, behind the device's back.
   struct Reduction {
     const uint8_t *lo, *hi;  // the source's bytes
     const void* src;
@@ -173,6 +175,7 @@ class CpuDevice final : public GF::Device {
     IR_PrefilterSpans(&r->pf, r->spans.data());
     r->pf.row_spans = r->spans.data();
     std::lock_guard lock(mutex_);
+    if (!OwnedLocked(r->lo, r->hi)) return r;
     kept_bytes_ += bytes;
     kept_.push_front(r);
     while (kept_bytes_ > kKeptBytes && kept_.size() > 1) {
@@ -188,6 +191,13 @@ class CpuDevice final : public GF::Device {
     std::lock_guard lock(mutex_);
     ForgetLocked(std::min(top, last), std::max(top, last) + row_bytes);
   }
+  // Whether [lo, hi) lies within one allocation of this device.
+  bool OwnedLocked(const uint8_t* lo, const uint8_t* hi) const {
+    auto it = sizes_.upper_bound(lo);
+    if (it == sizes_.begin()) return false;
+    --it;
+    return hi <= it->first + it->second;
+  }
   void ForgetLocked(const uint8_t* lo, const uint8_t* hi) {
     for (auto it = kept_.begin(); it != kept_.end();) {
       if ((*it)->lo < hi && lo < (*it)->hi) {
@@ -200,7 +210,7 @@ class CpuDevice final : public GF::Device {
   }
 
   std::mutex mutex_;
-  std::unordered_map<void*, size_t> sizes_;
+  std::map<const uint8_t*, size_t> sizes_;            // this device's allocations, by address
   std::list<std::shared_ptr<const Reduction>> kept_;  // most recent first
   uint64_t kept_bytes_ = 0;
 };
@@ -210,13 +220,16 @@ struct Registry {
   std::string cuda_reason;
 };
 
+// Made on first use, once: the driver is opened and its GPUs listed a single time per process.
 const Registry& TheRegistry() {
-  static const Registry* registry = [] {
+  static std::once_flag once;
+  static const Registry* registry = nullptr;
+  std::call_once(once, [] {
     auto* r = new Registry;  // lives as long as the process: devices outlive every caller
     r->devices.push_back(MakeCpuDevice());
     for (GF::DevicePtr& d : MakeCudaDevices(1, &r->cuda_reason)) r->devices.push_back(d);
-    return r;
-  }();
+    registry = r;
+  });
   return *registry;
 }
 

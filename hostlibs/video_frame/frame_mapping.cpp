@@ -2,6 +2,7 @@
 // three interfaces (and the mapping's Unknown); the host's handle is one reference, each
 // mapping and each interface handed out another.
 #include <atomic>
+#include <cstdlib>
 #include <new>
 
 #include "vetext/video_frame.h"
@@ -110,7 +111,9 @@ int32_t GetRPixHandFrameMapping(GPUFrameHandle frame, Unknown** out) {
 GPUFrameHandle CreateFrameHandle(int32_t device_index, void* top_row, int64_t pitch, int32_t width,
                                  int32_t height, uint32_t pixel_format, int32_t par_num,
                                  int32_t par_den) {
-  if (top_row == nullptr || width < 1 || height < 1) return nullptr;
+  // A pitch shorter than a row would let a filter walk outside the frame's memory.
+  if (top_row == nullptr || width < 1 || height < 1 || std::llabs(pitch) < int64_t(width) * 4)
+    return nullptr;
   Frame* f = new (std::nothrow)
       Frame(device_index, top_row, pitch, width, height, pixel_format, par_num, par_den);
   return reinterpret_cast<GPUFrameHandle>(static_cast<FrameDevice*>(f));

@@ -8,6 +8,10 @@
  * The primary device (GF::GetPrimaryDevice) is the first GPU; empty when there is none.
  *
  * Device pointers are plain addresses in the device's memory (on "cuda" CUdeviceptr values).
+ * Memory a device allocated is written only through that device's calls (Upload, Copy,
+ * Motion), on "cpu" too, where it is host memory: the device may keep work derived from it (a
+ * source's reduction) until one of its calls overwrites it. Motion on "cpu" also accepts other
+ * host memory, and then keeps nothing.
  * Pitches are signed byte steps from one visual row to the next: a frame stored bottom-up is
  * described by its top visual row and a negative pitch, as ImageRenderer's buffers are.
  *

@@ -46,7 +46,7 @@ enum : int32_t { kVFOk = 0, kVFErrNoInterface = -1, kVFErrArgument = -2 };
 class Unknown {
  public:
   /* On success stores a new reference in *out and returns 0; otherwise stores null and returns
-   * kVFErrNoInterface. */
+   * kVFErrNoInterface (kVFErrArgument when `out` is null). */
   virtual int32_t QueryInterface(const Guid& iid, void** out) = 0;
   virtual uint32_t AddRef() = 0;
   virtual uint32_t Release() = 0; /* the count left */
@@ -88,7 +88,8 @@ class FrameAspect : public Unknown {
 VX_API int32_t GetRPixHandFrameMapping(GPUFrameHandle frame, Unknown** out);
 
 /* Host side: a frame handle over `top_row` (device memory of device `device_index`, which the
- * caller keeps alive while the frame is used). Null for sizes below 1 or a null pointer. */
+ * caller keeps alive while the frame is used). Null for sizes below 1, a pitch shorter than a
+ * row of 4-byte pixels, or a null pointer. */
 VX_API GPUFrameHandle CreateFrameHandle(int32_t device_index, void* top_row, int64_t pitch,
                                         int32_t width, int32_t height, uint32_t pixel_format,
                                         int32_t par_num, int32_t par_den);
